@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Builds and runs every test: the normal build, then an AddressSanitizer + UBSan build.
+# Extra arguments go to ctest (for example -R Format).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+"$root/scripts/deps.sh"
+jobs=$(nproc)
+
+run_suite() {
+    local name=$1; shift
+    local build="$root/build/$name"
+    echo "== $name build"
+    cmake -S "$root" -B "$build" -G Ninja -DZORCAM_WERROR=ON "$@" >/dev/null
+    cmake --build "$build" -j "$jobs"
+    echo "== $name tests"
+    (cd "$build" && ctest --output-on-failure -j "$jobs" "${ctest_args[@]}")
+}
+
+ctest_args=("${@}")
+run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+(
+    export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
+    export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
+    run_suite asan -DCMAKE_BUILD_TYPE=Debug -DZORCAM_SANITIZE=ON -DZORCAM_BUILD_BENCH=OFF
+)

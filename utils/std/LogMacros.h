@@ -1,0 +1,108 @@
+#pragma once
+
+// The library's log front end: the macros every module writes through.
+//
+// Unified path (CAM_ULOGE/W/I/D/V): gated by the unified logger's switches, written to the
+// Android log (bit 0 of sMode; never for verbose) and to the unified logger object (bits 0xE)
+// under module id 0x40007001.
+// Property-gated path (CAM_PLOGE/W/I/D/V): gated by zorcam_testLog and the camera log level
+// read at load, written to the Android log only.
+//
+// Every format begins "[%s]" and its first argument is __func__. Error lines in the Android
+// log get the location suffix " (%s){#%d:%s}". The gate is decided inline from integer reads
+// before anything is formatted; when a gate or a sink's mode bit stops a message its
+// arguments are not evaluated. An argument may be evaluated once per enabled sink, so
+// arguments must be free of side effects.
+
+#include <zorcam/ulog/ULog.h>
+#include <zorcam/utils/std/Log.h>
+
+#include <log/log.h>
+
+#include <cstdint>
+
+namespace NSCam {
+namespace Utils {
+namespace ULog {
+
+/// The module id under which the whole library writes to the unified logger.
+constexpr uint32_t kUtilsModuleId = 0x40007001;
+
+/// The module test of the unified path: the masked id names a module (>= 0x100000) and at
+/// least one of its categories (0xFF000).
+inline bool moduleEnabled(uint32_t moduleId) {
+    const uint32_t m = ULogger::sNormalDetailsMask & moduleId;
+    return m >= 0x100000 && (m & 0xFF000) != 0;
+}
+
+/// Gate of a direct unified-path message of the library's own module.
+inline bool unifiedPass(DetailsType type) {
+    if (type == DETAILS_ERROR) return true;
+    if (ULogger::sDetailsLevel < type) return false;
+    return type == DETAILS_WARNING || moduleEnabled(kUtilsModuleId);
+}
+
+/// Formats into a 1024-byte stack buffer and hands it to ULogger::sULogger.
+void writeUnified(const char* tag, DetailsType type, const char* fmt, ...)
+        __attribute__((format(printf, 3, 4)));
+
+}  // namespace ULog
+}  // namespace Utils
+}  // namespace NSCam
+
+#define ZORCAM_LOC_SUFFIX " (%s){#%d:%s}"
+
+#define ZORCAM_ULOG_(type, prio, tag, fmt, ...)                                                 \
+    do {                                                                                        \
+        if (::NSCam::Utils::ULog::unifiedPass(type)) {                                          \
+            if ((::NSCam::Utils::ULog::ULogger::sMode & 0x1) &&                                 \
+                (type) != ::NSCam::Utils::ULog::DETAILS_VERBOSE) {                              \
+                if ((type) == ::NSCam::Utils::ULog::DETAILS_ERROR)                              \
+                    __android_log_print(prio, tag, fmt ZORCAM_LOC_SUFFIX, ##__VA_ARGS__,        \
+                                        __func__, __LINE__, __FILE__);                          \
+                else                                                                            \
+                    __android_log_print(prio, tag, fmt, ##__VA_ARGS__);                         \
+            }                                                                                   \
+            if (::NSCam::Utils::ULog::ULogger::sMode & 0xE)                                     \
+                ::NSCam::Utils::ULog::writeUnified(tag, type, fmt, ##__VA_ARGS__);              \
+        }                                                                                       \
+    } while (0)
+
+#define CAM_ULOGE(tag, fmt, ...) \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_ERROR, ANDROID_LOG_ERROR, tag, fmt, ##__VA_ARGS__)
+#define CAM_ULOGW(tag, fmt, ...) \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_WARNING, ANDROID_LOG_WARN, tag, fmt, ##__VA_ARGS__)
+#define CAM_ULOGI(tag, fmt, ...) \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_INFO, ANDROID_LOG_INFO, tag, fmt, ##__VA_ARGS__)
+#define CAM_ULOGD(tag, fmt, ...) \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_DEBUG, ANDROID_LOG_DEBUG, tag, fmt, ##__VA_ARGS__)
+#define CAM_ULOGV(tag, fmt, ...) \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_VERBOSE, ANDROID_LOG_VERBOSE, tag, fmt, ##__VA_ARGS__)
+
+#define ZORCAM_PLOG_(letter, prio, tag, fmt, ...)                                               \
+    do {                                                                                        \
+        if (zorcam_testLog(tag, letter)) __android_log_print(prio, tag, fmt, ##__VA_ARGS__);    \
+    } while (0)
+
+#define CAM_PLOGE(tag, fmt, ...)                                                                \
+    ZORCAM_PLOG_('E', ANDROID_LOG_ERROR, tag, fmt ZORCAM_LOC_SUFFIX, ##__VA_ARGS__, __func__,   \
+                 __LINE__, __FILE__)
+#define CAM_PLOGW(tag, fmt, ...) ZORCAM_PLOG_('W', ANDROID_LOG_WARN, tag, fmt, ##__VA_ARGS__)
+#define CAM_PLOGI(tag, fmt, ...) ZORCAM_PLOG_('I', ANDROID_LOG_INFO, tag, fmt, ##__VA_ARGS__)
+#define CAM_PLOGD(tag, fmt, ...) ZORCAM_PLOG_('D', ANDROID_LOG_DEBUG, tag, fmt, ##__VA_ARGS__)
+#define CAM_PLOGV(tag, fmt, ...) ZORCAM_PLOG_('V', ANDROID_LOG_VERBOSE, tag, fmt, ##__VA_ARGS__)
+
+namespace NSCam {
+namespace Utils {
+namespace ULog {
+/// The camera log level read from "persist.vendor.zor.camera.log_level" at load (2 if unset).
+int32_t cameraLogLevel();
+}  // namespace ULog
+}  // namespace Utils
+}  // namespace NSCam
+
+// Order of the library's static initialisers; lower runs first, destruction is the reverse.
+#define ZORCAM_INIT_MISC __attribute__((init_priority(1001)))
+#define ZORCAM_INIT_FORMAT __attribute__((init_priority(1002)))
+#define ZORCAM_INIT_PROPERTY __attribute__((init_priority(1003)))
+#define ZORCAM_INIT_SYNC __attribute__((init_priority(1004)))
