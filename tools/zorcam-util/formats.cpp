@@ -1,0 +1,118 @@
+// zorcam-util formats / format: the image-format registry from the command line.
+
+#include "Command.h"
+
+#include <zorcam/utils/std/Format.h>
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
+#include <strings.h>
+
+namespace zorcam_util {
+
+namespace {
+
+using NSCam::Utils::Format::IImgFmt;
+using NSCam::Utils::Format::ImgFmtMap;
+
+// The chroma subsampling a descriptor's plane rules give, read off plane 1 of a 2 x 2 image.
+const char* subsampling(const IImgFmt& fmt) {
+    if (fmt.getPlaneCount() < 2) return "-";
+    const size_t w = fmt.getPlaneWidthInPixels(1, 2);
+    const size_t h = fmt.getPlaneHeightInPixels(1, 2);
+    if (w == 1 && h == 1) return "4:2:0";
+    if (w == 1 && h == 2) return "4:2:2";
+    return "full";
+}
+
+int listFormats(const std::vector<std::string>& args) {
+    if (!args.empty()) {
+        fprintf(stderr, "zorcam-util formats: takes no arguments\n");
+        return 2;
+    }
+    const ImgFmtMap map = NSCam::Utils::Format::getMapper();
+    printf("%-10s  %-20s  %6s  %10s  %-12s  %s\n", "id", "name", "planes", "image bits",
+           "plane bits", "subsampling");
+    for (size_t i = 0; i < map.size(); ++i) {
+        const IImgFmt& fmt = *map.valueAt(i);
+        char bits[32];
+        snprintf(bits, sizeof(bits), "%d/%d/%d", fmt.getPlaneBitsPerPixel(0),
+                 fmt.getPlaneBitsPerPixel(1), fmt.getPlaneBitsPerPixel(2));
+        printf("%#-10x  %-20s  %6zu  %10d  %-12s  %s\n", map.keyAt(i), fmt.getName(),
+               fmt.getPlaneCount(), fmt.getImageBitsPerPixel(), bits, subsampling(fmt));
+    }
+    printf("%zu formats\n", map.size());
+    return 0;
+}
+
+// A format given by name (any case) or by id (decimal or 0x-prefixed hexadecimal).
+android::sp<IImgFmt> findFormat(const ImgFmtMap& map, const std::string& text) {
+    for (size_t i = 0; i < map.size(); ++i)
+        if (strcasecmp(map.valueAt(i)->getName(), text.c_str()) == 0) return map.valueAt(i);
+    char* end = nullptr;
+    errno = 0;
+    const long long id = strtoll(text.c_str(), &end, 0);
+    if (text.empty() || *end != '\0' || errno != 0 || id < INT32_MIN || id > INT32_MAX)
+        return nullptr;
+    const ssize_t index = map.indexOfKey(static_cast<int>(id));
+    return index < 0 ? nullptr : map.valueAt(index);
+}
+
+// "WxH" with both sides whole numbers from 1 to 2^31 - 1.
+bool parseSize(const std::string& text, uint64_t* width, uint64_t* height) {
+    const size_t x = text.find_first_of("xX");
+    if (x == std::string::npos) return false;
+    auto parse = [](const std::string& s, uint64_t* out) {
+        if (s.empty() || s.find_first_not_of("0123456789") != std::string::npos) return false;
+        if (s.size() > 10) return false;
+        *out = strtoull(s.c_str(), nullptr, 10);
+        return *out >= 1 && *out <= INT32_MAX;
+    };
+    return parse(text.substr(0, x), width) && parse(text.substr(x + 1), height);
+}
+
+int describeFormat(const std::vector<std::string>& args) {
+    if (args.size() != 2) {
+        fprintf(stderr, "zorcam-util format: usage: format <name or id> <W>x<H>\n");
+        return 2;
+    }
+    const ImgFmtMap map = NSCam::Utils::Format::getMapper();
+    const android::sp<IImgFmt> fmt = findFormat(map, args[0]);
+    if (fmt == nullptr) {
+        fprintf(stderr, "zorcam-util format: unknown format '%s'\n", args[0].c_str());
+        return 1;
+    }
+    uint64_t width = 0;
+    uint64_t height = 0;
+    if (!parseSize(args[1], &width, &height)) {
+        fprintf(stderr, "zorcam-util format: bad size '%s' (expected WxH, e.g. 1920x1080)\n",
+                args[1].c_str());
+        return 1;
+    }
+    printf("%s %" PRIu64 "x%" PRIu64 ": %zu plane(s), %d bits per pixel\n", fmt->getName(), width,
+           height, fmt->getPlaneCount(), fmt->getImageBitsPerPixel());
+    unsigned __int128 total = 0;
+    for (size_t p = 0; p < fmt->getPlaneCount(); ++p) {
+        const uint64_t w = fmt->getPlaneWidthInPixels(p, width);
+        const uint64_t h = fmt->getPlaneHeightInPixels(p, height);
+        const int bits = fmt->getPlaneBitsPerPixel(p);
+        // Up to (2^31)^2 x 48 bits: wider than 64 bits before the division.
+        const unsigned __int128 bitCount = static_cast<unsigned __int128>(w) * h * bits;
+        const uint64_t bytes = static_cast<uint64_t>((bitCount + 7) / 8);
+        total += bytes;
+        printf("plane %zu: %" PRIu64 " x %" PRIu64 " pixels, %d bits per pixel, %" PRIu64
+               " bytes\n", p, w, h, bits, bytes);
+    }
+    printf("total: %" PRIu64 " bytes\n", static_cast<uint64_t>(total));
+    return 0;
+}
+
+const Command sFormats("formats", "  list the image-format registry", listFormats);
+const Command sFormat("format", "<name or id> <W>x<H>  plane sizes of one format",
+                      describeFormat);
+
+}  // namespace
+
+}  // namespace zorcam_util
