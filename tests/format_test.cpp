@@ -1,0 +1,268 @@
+#include "LogCapture.h"
+
+#include <zorcam/utils/std/Format.h>
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+#include <set>
+#include <string>
+
+using namespace zorcam_test;
+using namespace NSCam::Utils::Format;
+
+// Counts allocations made through operator new anywhere in the process, while armed.
+namespace {
+std::atomic<bool> gCountAllocations{false};
+std::atomic<int> gAllocations{0};
+}  // namespace
+
+void* operator new(size_t size) {
+    if (gCountAllocations.load(std::memory_order_relaxed)) ++gAllocations;
+    if (void* p = malloc(size == 0 ? 1 : size)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    free(p);
+}
+void operator delete(void* p, size_t) noexcept {
+    free(p);
+}
+
+namespace {
+
+// Reads the constants no operation returns (the id and the description) through a class
+// that is allowed to name the protected members.
+struct DescriptorFields : CBaseImgFmt {
+    static int32_t id(const IImgFmt& fmt) {
+        return static_cast<const DescriptorFields&>(fmt).*(&DescriptorFields::mFormat);
+    }
+    static std::string description(const IImgFmt& fmt) {
+        return (static_cast<const DescriptorFields&>(fmt).*(&DescriptorFields::mDescription))
+                .string();
+    }
+};
+
+bool isUfoBayer(int id) {
+    return id >= 0x2208 && id <= 0x220F;
+}
+
+}  // namespace
+
+class FormatTest : public LogCaptureTest {};
+
+TEST_F(FormatTest, CatalogueInvariants) {
+    const ImgFmtMap map = getMapper();
+    ASSERT_EQ(map.size(), 82u);
+    std::set<std::string> names;
+    for (size_t i = 0; i < map.size(); ++i) {
+        const int id = map.keyAt(i);
+        const IImgFmt& fmt = *map.valueAt(i);
+        SCOPED_TRACE(fmt.getName());
+        if (i > 0) {
+            EXPECT_LT(map.keyAt(i - 1), id);
+        }
+        EXPECT_EQ(DescriptorFields::id(fmt), id);
+        EXPECT_TRUE(names.insert(fmt.getName()).second) << "duplicate name";
+        const size_t planes = fmt.getPlaneCount();
+        ASSERT_GE(planes, 1u);
+        ASSERT_LE(planes, 3u);
+        // The image bits count each plane's bits times its share of the full-resolution grid.
+        int sixteenths = 0;
+        for (size_t p = 0; p < planes; ++p) {
+            const size_t share = fmt.getPlaneWidthInPixels(p, 4) * fmt.getPlaneHeightInPixels(p, 4);
+            sixteenths += fmt.getPlaneBitsPerPixel(p) * static_cast<int>(share);
+        }
+        for (size_t p = planes; p < 3; ++p) EXPECT_EQ(fmt.getPlaneBitsPerPixel(p), 0);
+        if (isUfoBayer(id)) {
+            EXPECT_EQ(planes, 3u);
+            EXPECT_FALSE(fmt.checkValidBufferInfo());
+            EXPECT_EQ(fmt.getPlaneBitsPerPixel(2), 0);
+            EXPECT_EQ(fmt.getPlaneBitsPerPixel(0), fmt.getImageBitsPerPixel());
+        } else {
+            EXPECT_TRUE(fmt.checkValidBufferInfo());
+            EXPECT_EQ(sixteenths, fmt.getImageBitsPerPixel() * 16);
+        }
+        EXPECT_FALSE(DescriptorFields::description(fmt).empty());
+    }
+}
+
+TEST_F(FormatTest, RowsReadBackExactly) {
+    const struct {
+        int id;
+        const char* name;
+        const char* description;
+        size_t planes;
+        int imageBits;
+    } rows[] = {
+        {0x32315659, "YV12", "YV12, 3 plane (Y)(V)(U), 420p", 3, 12},
+        {0x20203859, "Y8", " 8-bit Y plane, 1 plane", 1, 8},
+        {0x20363159, "Y16", "16-bit Y plane, 1 plane", 1, 16},
+        {0x11, "NV21", "NV21, 2 plane (Y)(VU), 420sp", 2, 12},
+        {0x2218, "BAYER22_PAK", "Bayer24 pak, 24bits", 1, 24},
+        {0x200D, "YUV_P210", "YUV_P210, 2 plane (Y),(UV) = P210", 2, 32},
+        {0x201C, "ZOR_YUV_P010_3PLANE", "ZOR_YUV_P010_3PLANE, 3 plane (Y),(U),(V)", 3, 15},
+        {0x2100, "ARGB8888", "ARGB8888, 1 plane, A:LSB, B:MSB", 1, 32},
+        {0x221A, "WARP_2PLANE", "WARP_2PLANE", 2, 64},
+        {0x2210, "UFO_FG", "ufo length table, 8-bit", 1, 8},
+        {0x111, "CAMERA_OPAQUE", "Opaque Reprocessing", 1, 10},
+    };
+    const ImgFmtMap map = getMapper();
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.name);
+        const android::sp<IImgFmt> fmt = map.valueFor(r.id);
+        ASSERT_NE(fmt, nullptr);
+        EXPECT_STREQ(fmt->getName(), r.name);
+        EXPECT_EQ(DescriptorFields::description(*fmt), r.description);
+        EXPECT_EQ(fmt->getPlaneCount(), r.planes);
+        EXPECT_EQ(fmt->getImageBitsPerPixel(), r.imageBits);
+        EXPECT_EQ(queryImageFormatName(r.id), r.name);
+    }
+    EXPECT_EQ(map.keyAt(0), 0x1);
+    EXPECT_EQ(map.keyAt(81), 0x32315659);
+    EXPECT_EQ(eImgFmt_NV21, 0x11);
+    EXPECT_EQ(eImgFmt_BAYER10_MIPI, 0x2211);
+}
+
+TEST_F(FormatTest, GeometryOfEveryFamily) {
+    // One member of each family, image 1921 x 1081, plane 1 (and plane 5: no range check).
+    const struct {
+        int id;
+        size_t width1, height1;
+    } cases[] = {
+        {0x32315659, 960, 540},  // 4:2:0, 12 bits
+        {0x201A, 960, 540},      // 4:2:0, 15 bits
+        {0x2010, 960, 540},      // 4:2:0, 24 bits
+        {0x2006, 960, 1081},     // 4:2:2, 16 bits
+        {0x2017, 960, 1081},     // 4:2:2, 20 bits
+        {0x200D, 960, 1081},     // 4:2:2, 32 bits
+        {0x14, 1921, 1081},      // single plane
+        {0x221B, 1921, 1081},    // warp map
+        {0x2209, 1921, 1081},    // UFO Bayer
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(queryImageFormatName(c.id));
+        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 0, 1921), 1921u);
+        EXPECT_EQ(queryPlaneHeightInPixels(c.id, 0, 1081), 1081u);
+        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 1921), c.width1);
+        EXPECT_EQ(queryPlaneHeightInPixels(c.id, 1, 1081), c.height1);
+        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 5, 1921), c.width1);
+        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 0), 0u);
+    }
+    EXPECT_EQ(queryPlaneWidthInPixels(0x11, 1, 1), 0u);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 1), 16);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 2), 0);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x2209, 2), 0);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x2209, 3), 0);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x32315659, 1000000), 0);
+    EXPECT_EQ(queryImageBitsPerPixel(0x201A), 15);
+    EXPECT_EQ(queryPlaneCount(0x2208), 3u);
+    EXPECT_TRUE(checkValidFormat(0x11));
+    EXPECT_FALSE(checkValidBufferInfo(0x2209));
+    EXPECT_TRUE(checkValidBufferInfo(0x14));
+}
+
+TEST_F(FormatTest, SuccessfulQueriesWriteOnlyTheirVerboseLines) {
+    EXPECT_EQ(queryPlaneWidthInPixels(0x32315659, 3, 1920), 960u);
+    EXPECT_EQ(queryPlaneHeightInPixels(0x32315659, 1, 1080), 540u);
+    EXPECT_EQ(queryPlaneCount(0x2208), 3u);
+    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 1), 16);
+    EXPECT_EQ(queryImageBitsPerPixel(0x2218), 24);
+    EXPECT_TRUE(checkValidFormat(0x11));
+    EXPECT_EQ(queryImageFormatName(0x2200), "BAYER8");
+    EXPECT_FALSE(checkValidBufferInfo(0x2209));
+
+    EXPECT_TRUE(androidLines().empty());  // verbose lines never reach the Android log
+    const std::vector<std::string> expected = {
+        "[queryPlaneWidthInPixels] [YV12] Width in pixels 960 @ 3-th plane",
+        "[queryPlaneHeightInPixels] [YV12] Height in pixels 540 @ 1-th plane",
+        "[queryPlaneCount] [UFO_BAYER8] plane count 3",
+        "[queryPlaneBitsPerPixel] [NV21] bits per pixel 16 @ 1-th plane",
+        "[queryImageBitsPerPixel] [BAYER22_PAK] bits per pixel 24",
+    };
+    auto u = ulogLines();
+    ASSERT_EQ(u.size(), expected.size());
+    for (size_t i = 0; i < u.size(); ++i) {
+        EXPECT_EQ(u[i].text, expected[i]);
+        EXPECT_EQ(u[i].type, NSCam::Utils::ULog::DETAILS_VERBOSE);
+        EXPECT_EQ(u[i].tag, "ZorCam/Utils");
+    }
+
+    setULog(0x3, 5, 0x40007000);
+    clearLogs();
+    EXPECT_EQ(queryPlaneCount(0x11), 2u);
+    expectNoLines();
+}
+
+TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
+    setULog(0x2, 2, 0x40007000);
+    EXPECT_FALSE(checkValidFormat(0));
+    auto u = ulogLines();
+    ASSERT_EQ(u.size(), 84u);
+    EXPECT_EQ(u[0].text, "[dumpMapInformation] map size is 82");
+    EXPECT_EQ(u[1].text, "[dumpMapInformation] Index (0): Key = 0x1, value = RGBA8888");
+    EXPECT_EQ(u[12].text, "[dumpMapInformation] Index (11): Key = 0x1000, value = NV12");
+    EXPECT_EQ(u[82].text, "[dumpMapInformation] Index (81): Key = 0x32315659, value = YV12");
+    EXPECT_EQ(u[83].text, "[checkValidFormat] Unsupported Image Format: 0");
+    for (const auto& line : u) EXPECT_EQ(line.type, NSCam::Utils::ULog::DETAILS_WARNING);
+
+    const int unknown[] = {0x221D, 0x2301, 0x2302, 0x2405, 0x12345, -1, INT32_MIN};
+    for (int id : unknown) {
+        SCOPED_TRACE(id);
+        clearLogs();
+        EXPECT_FALSE(checkValidFormat(id));
+        EXPECT_EQ(queryImageFormatName(id), "unknown");
+        EXPECT_EQ(queryPlaneCount(id), 0u);
+        EXPECT_EQ(queryPlaneWidthInPixels(id, 0, 1920), 0u);
+        EXPECT_EQ(queryPlaneHeightInPixels(id, 0, 1080), 0u);
+        EXPECT_EQ(queryPlaneBitsPerPixel(id, 0), 0);
+        EXPECT_EQ(queryImageBitsPerPixel(id), 0);
+        EXPECT_FALSE(checkValidBufferInfo(id));
+        u = ulogLines();
+        ASSERT_EQ(u.size(), 8u * 84u);
+        char hex[32];
+        snprintf(hex, sizeof(hex), "%#x", static_cast<unsigned>(id));
+        EXPECT_EQ(u[83].text, std::string("[checkValidFormat] Unsupported Image Format: ") + hex);
+        EXPECT_EQ(u[2 * 84 - 1].text,
+                  std::string("[queryImageFormatName] Unsupported Image Format: ") + hex);
+        EXPECT_EQ(u.back().text,
+                  std::string("[checkValidBufferInfo] Unsupported Image Format: ") + hex);
+    }
+}
+
+TEST_F(FormatTest, MapCopiesShareStorageUntilChanged) {
+    ImgFmtMap copy = getMapper();
+    const ImgFmtMap other = getMapper();
+    EXPECT_EQ(&copy.valueAt(0), &other.valueAt(0));  // one storage, no entry copied
+    EXPECT_EQ(copy.valueFor(0x2405), nullptr);
+    EXPECT_LT(copy.indexOfKey(0x2405), 0);
+
+    copy.removeItem(0x11);
+    copy.add(0x2405, copy.valueFor(0x14));
+    EXPECT_EQ(copy.size(), 82u);
+    EXPECT_NE(copy.valueFor(0x2405), nullptr);
+    EXPECT_TRUE(checkValidFormat(0x11));
+    setULog(0x0, 0, 0);
+    EXPECT_FALSE(checkValidFormat(0x2405));
+    EXPECT_EQ(getMapper().size(), 82u);
+    EXPECT_EQ(getMapMgr(), getMapMgr());
+    EXPECT_NE(getMapMgr(), nullptr);
+}
+
+TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
+    setULog(0x0, 6, 0x40007000);
+    gAllocations = 0;
+    gCountAllocations = true;
+    size_t sum = 0;
+    for (int id : {0x11, 0x32315659, 0x2209, 0x1}) {
+        sum += queryPlaneWidthInPixels(id, 1, 1920) + queryPlaneHeightInPixels(id, 1, 1080);
+        sum += queryPlaneCount(id) + queryPlaneBitsPerPixel(id, 0) + queryImageBitsPerPixel(id);
+        sum += checkValidFormat(id) + checkValidBufferInfo(id);
+        sum += getMapper().size();
+    }
+    gCountAllocations = false;
+    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_GT(sum, 0u);
+}
