@@ -105,30 +105,33 @@ MapMgr::MapMgr() : mMap(android::sp<IImgFmt>()) {
 MapMgr::~MapMgr() = default;
 
 namespace {
-
 ZORCAM_INIT_FORMAT MapMgr sMapMgr;
-
-// Looks an id up in a copy of the registry's map. The search runs over the copy's sorted
-// keys directly: the map type's own indexOfKey compares through a virtual call per step.
-android::sp<IImgFmt> lookup(int imageFormat) {
-    const ImgFmtMap map = getMapper();
-    size_t lo = 0;
-    size_t hi = map.size();
-    while (lo < hi) {
-        const size_t mid = lo + (hi - lo) / 2;
-        const int key = map.keyAt(mid);
-        if (key < imageFormat) {
-            lo = mid + 1;
-        } else if (imageFormat < key) {
-            hi = mid;
-        } else {
-            return map.valueAt(mid);
-        }
-    }
-    return android::sp<IImgFmt>();
-}
-
 }  // namespace
+
+// Queries read the registry in place. It is complete before any caller can run and never
+// changes until the library is unloaded, and it keeps a strong reference to every
+// descriptor all that time; a shared copy of the map and a strong pointer per query would
+// only add six atomic read-modify-writes to every query. The search runs over the sorted
+// keys directly: the map type's own indexOfKey compares through a virtual call per step.
+struct RegistryAccess {
+    static const IImgFmt* find(int imageFormat) {
+        const ImgFmtMap& map = sMapMgr.mMap;
+        size_t lo = 0;
+        size_t hi = map.size();
+        while (lo < hi) {
+            const size_t mid = lo + (hi - lo) / 2;
+            const int key = map.keyAt(mid);
+            if (key < imageFormat) {
+                lo = mid + 1;
+            } else if (imageFormat < key) {
+                hi = mid;
+            } else {
+                return map.valueAt(mid).get();
+            }
+        }
+        return nullptr;
+    }
+};
 
 MapMgr* getMapMgr() {
     return &sMapMgr;
@@ -161,7 +164,7 @@ void dumpMapInformation() {
     } while (0)
 
 bool checkValidFormat(int imageFormat) {
-    if (lookup(imageFormat) == nullptr) {
+    if (RegistryAccess::find(imageFormat) == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return false;
     }
@@ -169,7 +172,7 @@ bool checkValidFormat(int imageFormat) {
 }
 
 std::string queryImageFormatName(int imageFormat) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return "unknown";
@@ -178,7 +181,7 @@ std::string queryImageFormatName(int imageFormat) {
 }
 
 size_t queryPlaneCount(int imageFormat) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return 0;
@@ -189,7 +192,7 @@ size_t queryPlaneCount(int imageFormat) {
 }
 
 size_t queryPlaneWidthInPixels(int imageFormat, size_t planeIndex, size_t widthInPixels) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return 0;
@@ -201,7 +204,7 @@ size_t queryPlaneWidthInPixels(int imageFormat, size_t planeIndex, size_t widthI
 }
 
 size_t queryPlaneHeightInPixels(int imageFormat, size_t planeIndex, size_t heightInPixels) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return 0;
@@ -213,7 +216,7 @@ size_t queryPlaneHeightInPixels(int imageFormat, size_t planeIndex, size_t heigh
 }
 
 int queryPlaneBitsPerPixel(int imageFormat, size_t planeIndex) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return 0;
@@ -225,7 +228,7 @@ int queryPlaneBitsPerPixel(int imageFormat, size_t planeIndex) {
 }
 
 int queryImageBitsPerPixel(int imageFormat) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return 0;
@@ -236,7 +239,7 @@ int queryImageBitsPerPixel(int imageFormat) {
 }
 
 bool checkValidBufferInfo(int imageFormat) {
-    const android::sp<IImgFmt> fmt = lookup(imageFormat);
+    const IImgFmt* const fmt = RegistryAccess::find(imageFormat);
     if (fmt == nullptr) {
         ZORCAM_UNSUPPORTED(imageFormat);
         return false;

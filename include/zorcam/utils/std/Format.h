@@ -216,6 +216,7 @@ public:
 
 private:
     friend ImgFmtMap getMapper();
+    friend struct RegistryAccess;  // the queries' in-place lookup
     ImgFmtMap mMap;
 };
 
