@@ -95,7 +95,8 @@ void BM_AshmemAllocateMapCopy(benchmark::State& state) {
     android::sp<IAllocator> allocator = IAllocator::getService("ashmem", false);
     auto& buf = buffer();
     for (auto _ : state) {
-        allocator->allocate(buf.size(), [&](bool success, const android::hardware::hidl_memory& mem) {
+        allocator->allocate(buf.size(), [&](bool success,
+                                            const android::hardware::hidl_memory& mem) {
             android::sp<android::hidl::memory::V1_0::IMemory> memory =
                     success ? android::hardware::mapMemory(mem) : nullptr;
             if (memory == nullptr) {

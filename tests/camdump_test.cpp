@@ -70,7 +70,8 @@ public:
         }
         if (sp<IMemory> memory = android::hardware::mapMemory(buffer)) {
             call.mapped = true;
-            const auto* p = static_cast<const unsigned char*>(static_cast<void*>(memory->getPointer()));
+            void* data = memory->getPointer();
+            const auto* p = static_cast<const unsigned char*>(data);
             call.content.assign(p, p + static_cast<uint64_t>(memory->getSize()));
         }
         mCalls.push_back(call);

@@ -203,8 +203,10 @@ TEST_F(FilesTest, ShortTransfersTakeSeveralPasses) {
     EXPECT_EQ(contents(file), std::string(out.begin(), out.end()));
     const auto texts = androidTexts();
     ASSERT_EQ(texts.size(), 6u);
-    EXPECT_EQ(texts[2], "[saveBufToFile] done writing 10000 bytes to file [" + file + "] in 4 passes");
-    EXPECT_EQ(texts[5], "[loadFileToBuf] done reading 10000 bytes to file [" + file + "] in 4 passes");
+    EXPECT_EQ(texts[2],
+              "[saveBufToFile] done writing 10000 bytes to file [" + file + "] in 4 passes");
+    EXPECT_EQ(texts[5],
+              "[loadFileToBuf] done reading 10000 bytes to file [" + file + "] in 4 passes");
 }
 
 TEST_F(FilesTest, SizeZeroTruncatesAndReadsNothing) {

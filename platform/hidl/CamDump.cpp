@@ -62,9 +62,10 @@ Return<void> HostCamDump::dumpBuffer(const hidl_string& path, const hidl_memory&
         fprintf(stderr, "camdump: cannot create %s: %s\n", target.c_str(), strerror(errno));
         return Void();
     }
-    const auto* data = static_cast<const unsigned char*>(static_cast<void*>(memory->getPointer()));
-    const uint64_t size = memory->getSize();
     memory->read();
+    void* pointer = memory->getPointer();
+    const auto* data = static_cast<const unsigned char*>(pointer);
+    const uint64_t size = memory->getSize();
     uint64_t done = 0;
     while (done < size) {
         const ssize_t n = write(fd, data + done, size - done);
