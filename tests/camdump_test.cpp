@@ -42,6 +42,7 @@ using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamD
 namespace {
 
 constexpr const char* kTag = "ZorCam/Utils";
+using Lines = std::vector<std::string>;
 
 // Records what the service is handed, as the real service would see it: the block is mapped
 // during the call and its descriptor must be open then.
@@ -209,10 +210,10 @@ TEST_F(CamDumpTest, BufferReachesTheServiceInSharedMemory) {
     EXPECT_EQ(fcntl(call.fd, F_GETFD), -1);
 
     // At camera log level 2 only the unified debug lines pass.
-    EXPECT_EQ(androidTexts(), (std::vector<std::string>{
-                                      "[saveBufToSDFile] save to /sdcard/x.yuv",
-                                      "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-                              }));
+    EXPECT_EQ(androidTexts(), (Lines{
+            "[saveBufToSDFile] save to /sdcard/x.yuv",
+            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
+    }));
     const auto u = ulogLines();
     ASSERT_EQ(u.size(), 2u);
     EXPECT_EQ(u[0].type, NSCam::Utils::ULog::DETAILS_DEBUG);
@@ -390,24 +391,24 @@ TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {
 
     std::vector<unsigned char> buf = pattern(100);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(androidTexts(), (std::vector<std::string>{
-                                      "[saveBufToSDFile] save to /sdcard/x.yuv",
-                                      "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-                                      "CamDump: IAllocator::allocate start",
-                                      "CamDump: IAllocator::allocate success",
-                                      "CamDump: read buffer to HidlMemory size=100",
-                              }));
+    EXPECT_EQ(androidTexts(), (Lines{
+            "[saveBufToSDFile] save to /sdcard/x.yuv",
+            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
+            "CamDump: IAllocator::allocate start",
+            "CamDump: IAllocator::allocate success",
+            "CamDump: read buffer to HidlMemory size=100",
+    }));
     clearLogs();
 
     useAllocator(TestAllocator::Mode::kRefuse);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(androidTexts(), (std::vector<std::string>{
-                                      "[saveBufToSDFile] save to /sdcard/x.yuv",
-                                      "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-                                      "CamDump: IAllocator::allocate start",
-                                      "CamDump operator(): allocating ashmem of 100 bytes failed!",
-                                      "CamDump: IAllocator::allocate success",
-                              }));
+    EXPECT_EQ(androidTexts(), (Lines{
+            "[saveBufToSDFile] save to /sdcard/x.yuv",
+            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
+            "CamDump: IAllocator::allocate start",
+            "CamDump operator(): allocating ashmem of 100 bytes failed!",
+            "CamDump: IAllocator::allocate success",
+    }));
 }
 
 }  // namespace
