@@ -254,7 +254,8 @@ bool saveBufToSDFile(char const* fname, unsigned char* buf, unsigned int size) {
                                   __func__, static_cast<size_t>(bytes));
                         return;
                     }
-                    handle.setTo(native_handle_clone(mem.handle()), true);
+                    if (mem.handle() != nullptr)
+                        handle.setTo(native_handle_clone(mem.handle()), true);
                     if (handle.getNativeHandle() == nullptr) {
                         CAM_PLOGE(ULog::kTag, "CamDump %s: cloning the ashmem handle failed!",
                                   __func__);
