@@ -1,0 +1,40 @@
+#pragma once
+
+// A camera-dump service for a host: writes each block to the requested path placed under a
+// root directory, so "/sdcard/x.yuv" lands in ROOT/sdcard/x.yuv, making directories as
+// needed. Register it with registerAsService("internal/0"). Paths with a ".." component and
+// blocks that cannot be mapped are refused with one line on stderr.
+
+#include <vendor/velmora/hardware/camera/camdump/1.0/ICamDump.h>
+
+#include <string>
+
+namespace vendor {
+namespace velmora {
+namespace hardware {
+namespace camera {
+namespace camdump {
+namespace V1_0 {
+namespace implementation {
+
+class HostCamDump : public ICamDump {
+public:
+    explicit HostCamDump(std::string root);
+
+    ::android::hardware::Return<void> dumpBuffer(
+            const ::android::hardware::hidl_string& path,
+            const ::android::hardware::hidl_memory& buffer) override;
+
+    const std::string& root() const { return mRoot; }
+
+private:
+    std::string mRoot;
+};
+
+}  // namespace implementation
+}  // namespace V1_0
+}  // namespace camdump
+}  // namespace camera
+}  // namespace hardware
+}  // namespace velmora
+}  // namespace vendor
