@@ -24,7 +24,8 @@ std::vector<int> registeredIds() {
 std::vector<int> queryOrder() {
     std::vector<int> ids = registeredIds();
     std::vector<int> order;
-    for (size_t i = 0, j = 0; i < ids.size(); ++i, j = (j + 37) % ids.size()) order.push_back(ids[j]);
+    for (size_t i = 0, j = 0; i < ids.size(); ++i, j = (j + 37) % ids.size())
+        order.push_back(ids[j]);
     return order;
 }
 

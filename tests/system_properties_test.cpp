@@ -106,7 +106,8 @@ TEST_F(PropertiesTest, ConcurrentWritersAndReadersSeeWholeValues) {
     std::atomic<int> torn{0};
     for (int t = 0; t < 2; ++t) {
         threads.emplace_back([&, t] {
-            for (int i = 0; i < 5000; ++i) property_set("test.zorcam.a", (i + t) % 2 ? a.c_str() : b.c_str());
+            for (int i = 0; i < 5000; ++i)
+                property_set("test.zorcam.a", (i + t) % 2 ? a.c_str() : b.c_str());
         });
         threads.emplace_back([&] {
             for (int i = 0; i < 5000; ++i) {

@@ -101,7 +101,8 @@ std::string withLocation(const std::string& text, const char* func, int line, co
 }
 
 std::string stripLocation(const std::string& text) {
-    static const std::regex kSuffix(R"( \([^()]*\)\{#\d+:[^{}]*\}$)");
+    // The function name may itself end in "()", as "operator()" does inside a lambda.
+    static const std::regex kSuffix(R"( \((?:[^()]|\(\))*\)\{#\d+:[^{}]*\}$)");
     return std::regex_replace(text, kSuffix, "");
 }
 

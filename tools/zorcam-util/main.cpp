@@ -34,8 +34,8 @@ Command::Command(const char* name, const char* usageText, Run run)
 int main(int argc, char** argv) {
     using namespace zorcam_util;
     if (argc < 2) return usage(stderr);
-    if (strcmp(argv[1], "help") == 0 || strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)
-        return usage(stdout);
+    const std::string command = argv[1];
+    if (command == "help" || command == "--help" || command == "-h") return usage(stdout);
     auto it = registry().find(argv[1]);
     if (it == registry().end()) {
         fprintf(stderr, "zorcam-util: unknown command '%s'\n", argv[1]);

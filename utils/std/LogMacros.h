@@ -76,8 +76,9 @@ void writeUnified(const char* tag, DetailsType type, const char* fmt, ...)
     ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_INFO, ANDROID_LOG_INFO, tag, fmt, ##__VA_ARGS__)
 #define CAM_ULOGD(tag, fmt, ...) \
     ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_DEBUG, ANDROID_LOG_DEBUG, tag, fmt, ##__VA_ARGS__)
-#define CAM_ULOGV(tag, fmt, ...) \
-    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_VERBOSE, ANDROID_LOG_VERBOSE, tag, fmt, ##__VA_ARGS__)
+#define CAM_ULOGV(tag, fmt, ...)                                                       \
+    ZORCAM_ULOG_(::NSCam::Utils::ULog::DETAILS_VERBOSE, ANDROID_LOG_VERBOSE, tag, fmt, \
+                 ##__VA_ARGS__)
 
 #define ZORCAM_PLOG_(letter, prio, tag, fmt, ...)                                               \
     do {                                                                                        \
