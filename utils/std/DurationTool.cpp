@@ -4,6 +4,8 @@
 
 #include <utils/Timers.h>
 
+#include <cmath>
+
 namespace NSCam {
 namespace Utils {
 
@@ -46,7 +48,10 @@ void DurationTool::showFps() const {
     const int64_t elapsed = mLastTime - mStartTime;
     // The rate is computed in single precision, so 30 frames in one second print as
     // 29.999998; a period without elapsed time prints inf, or nan without frames.
-    const float rate = static_cast<float>(mCount) / static_cast<float>(elapsed) * 1e9f;
+    float rate = static_cast<float>(mCount) / static_cast<float>(elapsed) * 1e9f;
+    // 0/0 is a NaN whose sign depends on the processor (x86 sets it, Arm does not); print it
+    // as "nan" everywhere.
+    if (std::isnan(rate)) rate = std::fabs(rate);
     // The line names the meter, not the function, in its leading brackets.
     CAM_PLOGD(kTag, "[%s] fps: %d / %ld ns = %3f", mName.c_str(), mCount,
               static_cast<long>(elapsed), static_cast<double>(rate));
