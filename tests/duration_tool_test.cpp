@@ -8,97 +8,57 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 using NSCam::Utils::DurationTool;
 using namespace zorcam_test;
 
 namespace {
 
-constexpr int64_t kMs = 1000000;
-
 class DurationToolTest : public LogCaptureTest {
 protected:
-    void SetUp() override {
-        LogCaptureTest::SetUp();
-        vclock::reset(3000 * kMs);
-    }
-
-    // The rate line written by the last showFps(), checked to be the only line.
-    std::string rateLine() {
+    // The one rate line written since the last call.
+    std::string line() {
         const auto a = androidLines();
-        EXPECT_TRUE(ulogLines().empty());
-        if (a.size() != 1u) {
-            ADD_FAILURE() << a.size() << " lines";
-            return "";
-        }
-        EXPECT_EQ(a[0].prio, 3);
-        EXPECT_EQ(a[0].tag, "ZorCam/Utils");
         clearLogs();
-        return a[0].text;
+        EXPECT_EQ(a.size(), 1u);
+        return a.size() == 1 && a[0].prio == 3 && a[0].tag == "ZorCam/Utils" ? a[0].text : "";
     }
 };
 
-TEST_F(DurationToolTest, NothingAtTheDefaultCameraLogLevel) {
+// The rate line is a debug line of the property-gated path: below camera log level 3 nothing
+// is written, and the rest runs in a child at level 3.
+TEST_F(DurationToolTest, RateLines) {
     DurationTool meter("preview", 0);
     for (int i = 1; i <= 30; ++i) meter.update(i * 1000000000L / 30);
     meter.showFps();
-    expectNoLines();
-}
-
-// The rate line is a debug line of the property-gated path: these run in a child whose camera
-// log level lets it through.
-class DurationToolDebugTest : public DurationToolTest {
-protected:
-    void SetUp() override {
-        if (NSCam::Utils::ULog::cameraLogLevel() < 3) GTEST_SKIP() << "needs log level 3";
-        DurationToolTest::SetUp();
+    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+        expectNoLines();
+        EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.RateLines", 3));
+        return;
     }
-};
-
-TEST_F(DurationToolDebugTest, RateInSinglePrecision) {
-    DurationTool meter("preview", 0);
-    for (int i = 1; i <= 30; ++i) meter.update(i * 1000000000L / 30);
+    EXPECT_EQ(line(), "[preview] fps: 30 / 1000000000 ns = 29.999998");
+    meter.update(1500000000L);  // showing closed nothing
     meter.showFps();
-    EXPECT_EQ(rateLine(), "[preview] fps: 30 / 1000000000 ns = 29.999998");
-    // Showing changes nothing: the period keeps growing until a reset.
-    meter.update(1500000000L);
-    meter.showFps();
-    EXPECT_EQ(rateLine(), "[preview] fps: 31 / 1500000000 ns = 20.666666");
+    EXPECT_EQ(line(), "[preview] fps: 31 / 1500000000 ns = 20.666666");
     meter.reset(2000000000L);
-    meter.update(2500000000L);
     meter.showFps();
-    EXPECT_EQ(rateLine(), "[preview] fps: 1 / 500000000 ns = 2.000000");
-}
+    EXPECT_EQ(line(), "[preview] fps: 0 / 0 ns = nan");
+    meter.update(2000000000L);
+    meter.showFps();
+    EXPECT_EQ(line(), "[preview] fps: 1 / 0 ns = inf");
 
-TEST_F(DurationToolDebugTest, NoElapsedTimeGivesNanOrInf) {
-    DurationTool meter("m", 77);
-    meter.showFps();
-    EXPECT_EQ(rateLine(), "[m] fps: 0 / 0 ns = nan");
-    meter.update(77);
-    meter.update(77);
-    meter.showFps();
-    EXPECT_EQ(rateLine(), "[m] fps: 2 / 0 ns = inf");
-}
-
-TEST_F(DurationToolDebugTest, ClockOperationsReadTheMonotonicClock) {
-    DurationTool meter("clock");
-    vclock::advance(250 * kMs);
-    meter.update();
-    vclock::advance(250 * kMs);
-    meter.update();
-    meter.showFps();
-    EXPECT_EQ(rateLine(), "[clock] fps: 2 / 500000000 ns = 4.000000");
-    vclock::advance(kMs);
-    meter.reset();
-    vclock::advance(100 * kMs);
-    meter.update();
-    meter.showFps();
-    EXPECT_EQ(rateLine(), "[clock] fps: 1 / 100000000 ns = 10.000000");
-}
-
-TEST(DurationToolLevelTest, RateLinesAtCameraLogLevelThree) {
-    EXPECT_TRUE(runWithCameraLogLevel("DurationToolDebugTest.*", 3));
+    vclock::set(7000000000L);
+    DurationTool clocked("clock");
+    vclock::advance(250000000);
+    clocked.update();
+    clocked.update();
+    clocked.showFps();
+    EXPECT_EQ(line(), "[clock] fps: 2 / 250000000 ns = 8.000000");
+    clocked.reset();
+    vclock::advance(100000000);
+    clocked.update();
+    clocked.showFps();
+    EXPECT_EQ(line(), "[clock] fps: 1 / 100000000 ns = 10.000000");
 }
 
 }  // namespace

@@ -4,40 +4,19 @@
 
 #include <unistd.h>
 
-#include <atomic>
-#include <mutex>
-
 namespace zorcam_test {
 namespace vclock {
 
 namespace {
-
-std::atomic<int64_t> sNow{0};
-std::mutex sLock;
+int64_t sNow = 0;
 std::vector<int64_t> sSleeps;
-
 }  // namespace
 
-void reset(int64_t nowNs) {
-    sNow = nowNs;
-    std::lock_guard<std::mutex> lock(sLock);
-    sSleeps.clear();
-}
-
-void set(int64_t nowNs) {
-    sNow = nowNs;
-}
-
-void advance(int64_t ns) {
-    sNow += ns;
-}
-
-int64_t now() {
-    return sNow;
-}
+void set(int64_t nowNs) { sNow = nowNs; }
+void advance(int64_t ns) { sNow += ns; }
+int64_t now() { return sNow; }
 
 std::vector<int64_t> takeSleeps() {
-    std::lock_guard<std::mutex> lock(sLock);
     std::vector<int64_t> out;
     out.swap(sSleeps);
     return out;
@@ -47,14 +26,11 @@ std::vector<int64_t> takeSleeps() {
 }  // namespace zorcam_test
 
 nsecs_t systemTime(int /*clock*/) {
-    return zorcam_test::vclock::sNow;
+    return zorcam_test::vclock::now();
 }
 
 extern "C" int usleep(useconds_t us) noexcept {
-    {
-        std::lock_guard<std::mutex> lock(zorcam_test::vclock::sLock);
-        zorcam_test::vclock::sSleeps.push_back(us);
-    }
-    zorcam_test::vclock::sNow += static_cast<int64_t>(us) * 1000;
+    zorcam_test::vclock::sSleeps.push_back(us);
+    zorcam_test::vclock::advance(static_cast<int64_t>(us) * 1000);
     return 0;
 }
