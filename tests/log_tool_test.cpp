@@ -91,9 +91,6 @@ TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
     EXPECT_EQ(format(86399, 999999999), "01-01 23:59:59.999");
     EXPECT_EQ(format(0, 999999), "01-01 00:00:00.000");
     EXPECT_EQ(format(kSomeDay + 49507, 123456789), "10-04 13:45:07.123");
-    for (time_t sec : {time_t{0}, kSomeDay + 12345, time_t{4102444799}})
-        for (long nsec : {0L, 1L, 1000000L, 999999999L})
-            EXPECT_EQ(format(sec, nsec).size(), 18u) << sec << " " << nsec;
     // An invalid tv_nsec is cut to the working buffer, never written past it.
     EXPECT_EQ(format(0, -2000000000L), "01-01 00:00:00.1844674407370954");
     setTimeZone("ZZZ-2");
