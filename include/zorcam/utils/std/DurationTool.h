@@ -1,0 +1,40 @@
+#pragma once
+
+#include <utils/String8.h>
+
+#include <cstdint>
+
+namespace NSCam {
+namespace Utils {
+
+/// Counts events (frames) over a period of the monotonic clock and logs the rate on request.
+/// Never resets or prints by itself. One thread at a time.
+class DurationTool {
+public:
+    /// Starts a period now (systemTime(SYSTEM_TIME_MONOTONIC)).
+    explicit DurationTool(const char* name);
+    /// Starts a period at timestamp (ns, on whatever base the caller uses throughout).
+    DurationTool(const char* name, long timestamp);
+
+    /// Starts a new period now / at timestamp, with a count of 0.
+    void reset();
+    void reset(long timestamp);
+
+    /// Counts one event now / at timestamp.
+    void update();
+    void update(long timestamp);
+
+    /// Writes the debug line "[name] fps: count / elapsed ns = rate" (property-gated path, tag
+    /// "ZorCam/Utils"); the rate is computed in single precision and only when the line is
+    /// written. Changes nothing.
+    void showFps() const;
+
+private:
+    android::String8 mName;
+    int32_t mCount;
+    int64_t mStartTime;
+    int64_t mLastTime;
+};
+
+}  // namespace Utils
+}  // namespace NSCam

@@ -1,0 +1,64 @@
+#include <zorcam/utils/std/DurationTool.h>
+
+#include "ChildProcess.h"
+#include "LogCapture.h"
+#include "LogMacros.h"
+#include "VirtualClock.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using NSCam::Utils::DurationTool;
+using namespace zorcam_test;
+
+namespace {
+
+class DurationToolTest : public LogCaptureTest {
+protected:
+    // The one rate line written since the last call.
+    std::string line() {
+        const auto a = androidLines();
+        clearLogs();
+        EXPECT_EQ(a.size(), 1u);
+        return a.size() == 1 && a[0].prio == 3 && a[0].tag == "ZorCam/Utils" ? a[0].text : "";
+    }
+};
+
+// The rate line is a debug line of the property-gated path: below camera log level 3 nothing
+// is written, and the rest runs in a child at level 3.
+TEST_F(DurationToolTest, RateLines) {
+    DurationTool meter("preview", 0);
+    for (int i = 1; i <= 30; ++i) meter.update(i * 1000000000L / 30);
+    meter.showFps();
+    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+        expectNoLines();
+        EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.RateLines", 3));
+        return;
+    }
+    EXPECT_EQ(line(), "[preview] fps: 30 / 1000000000 ns = 29.999998");
+    meter.update(1500000000L);  // showing closed nothing
+    meter.showFps();
+    EXPECT_EQ(line(), "[preview] fps: 31 / 1500000000 ns = 20.666666");
+    meter.reset(2000000000L);
+    meter.showFps();
+    EXPECT_EQ(line(), "[preview] fps: 0 / 0 ns = nan");
+    meter.update(2000000000L);
+    meter.showFps();
+    EXPECT_EQ(line(), "[preview] fps: 1 / 0 ns = inf");
+
+    vclock::set(7000000000L);
+    DurationTool clocked("clock");
+    vclock::advance(250000000);
+    clocked.update();
+    clocked.update();
+    clocked.showFps();
+    EXPECT_EQ(line(), "[clock] fps: 2 / 250000000 ns = 8.000000");
+    clocked.reset();
+    vclock::advance(100000000);
+    clocked.update();
+    clocked.showFps();
+    EXPECT_EQ(line(), "[clock] fps: 1 / 100000000 ns = 10.000000");
+}
+
+}  // namespace

@@ -1,0 +1,138 @@
+#include <zorcam/utils/std/LogTool.h>
+
+#include "LogCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+using NSCam::Utils::LogTool;
+using NSCam::Utils::TimeTool;
+using namespace zorcam_test;
+
+namespace {
+
+// CLOCK_REALTIME of this program (library and std::chrono alike): real, fixed or failing.
+enum class WallClock { kReal, kFixed, kFailing };
+WallClock sWallClock = WallClock::kReal;
+timespec sFixed{};
+
+constexpr time_t kSomeDay = 20000 * 86400;  // 2024-10-04, midnight UTC
+
+class LogToolTest : public LogCaptureTest {
+protected:
+    void SetUp() override {
+        LogCaptureTest::SetUp();
+        setTimeZone("UTC");
+    }
+    void TearDown() override {
+        sWallClock = WallClock::kReal;
+        unsetenv("TZ");
+        tzset();
+        LogCaptureTest::TearDown();
+    }
+    static void setTimeZone(const char* tz) {
+        setenv("TZ", tz, 1);
+        tzset();
+    }
+    static void fixWallClock(time_t sec, long nsec) {
+        sFixed = {sec, nsec};
+        sWallClock = WallClock::kFixed;
+    }
+    static std::string format(time_t sec, long nsec) {
+        const timespec ts{sec, nsec};
+        return LogTool::get()->convertToFormattedLogTime(&ts);
+    }
+    void expectError(const std::string& text) {
+        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils", text);
+        clearLogs();
+    }
+};
+
+unsigned int packedUtc(time_t sec, long nsec) {
+    const int64_t ms = static_cast<int64_t>(sec % 86400) * 1000 + nsec / 1000000;
+    return static_cast<unsigned int>(ms / 3600000 * 10000000 + ms % 3600000 / 60000 * 100000 +
+                                     ms % 60000);
+}
+
+TEST_F(LogToolTest, ReadableTimeIsTheUtcTimeOfDay) {
+    setTimeZone("ZZZ-5");  // not consulted
+    const struct {
+        time_t sec;
+        long nsec;
+        unsigned int expected;
+    } cases[] = {{kSomeDay + 13 * 3600 + 45 * 60 + 7, 123999999, 134507123},
+                 {kSomeDay, 0, 0},
+                 {kSomeDay + 9 * 3600 + 5 * 60 + 3, 7000000, 90503007},
+                 {kSomeDay - 1, 999999999, 235959999}};
+    for (const auto& c : cases) {
+        fixWallClock(c.sec, c.nsec);
+        EXPECT_EQ(TimeTool::getReadableTime(), c.expected);
+    }
+    sWallClock = WallClock::kReal;
+    timespec before{}, after{};
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &before);
+    const unsigned int t = TimeTool::getReadableTime();
+    syscall(SYS_clock_gettime, CLOCK_REALTIME, &after);
+    if (before.tv_sec / 86400 == after.tv_sec / 86400) {
+        EXPECT_GE(t, packedUtc(before.tv_sec, before.tv_nsec));
+        EXPECT_LE(t, packedUtc(after.tv_sec, after.tv_nsec));
+    }
+}
+
+TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
+    EXPECT_EQ(format(0, 5000000), "01-01 00:00:00.005");
+    EXPECT_EQ(format(86399, 999999999), "01-01 23:59:59.999");
+    EXPECT_EQ(format(0, 999999), "01-01 00:00:00.000");
+    EXPECT_EQ(format(kSomeDay + 49507, 123456789), "10-04 13:45:07.123");
+    // An invalid tv_nsec is cut to the working buffer, never written past it.
+    EXPECT_EQ(format(0, -2000000000L), "01-01 00:00:00.1844674407370954");
+    setTimeZone("ZZZ-2");
+    EXPECT_EQ(format(0, 0), "01-01 02:00:00.000");
+    expectNoLines();
+}
+
+TEST_F(LogToolTest, CurrentTimeAndItsFailures) {
+    EXPECT_EQ(LogTool::get(), LogTool::get());
+    fixWallClock(kSomeDay + 3723, 4999999);
+    timespec ts{};
+    EXPECT_TRUE(LogTool::get()->getCurrentLogTime(&ts));
+    EXPECT_EQ(ts.tv_sec, kSomeDay + 3723);
+    EXPECT_EQ(ts.tv_nsec, 4999999);
+    EXPECT_EQ(LogTool::get()->getFormattedLogTime(), "10-04 01:02:03.004");
+    expectNoLines();
+
+    EXPECT_EQ(LogTool::get()->convertToFormattedLogTime(nullptr), "");
+    expectError("[convertToFormattedLogTime] timespec is nullptr");
+    EXPECT_FALSE(LogTool::get()->getCurrentLogTime(nullptr));
+    expectError("[getCurrentLogTime] timespec is nullptr");
+
+    sWallClock = WallClock::kFailing;
+    ts = {123, 456};
+    EXPECT_FALSE(LogTool::get()->getCurrentLogTime(&ts));
+    EXPECT_EQ(ts.tv_sec, 0);
+    EXPECT_EQ(ts.tv_nsec, 0);
+    expectError("[getCurrentLogTime] clock_gettime: failure");
+    EXPECT_EQ(LogTool::get()->getFormattedLogTime(), "");  // not the text of time zero
+    expectError("[getCurrentLogTime] clock_gettime: failure");
+}
+
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, timespec* ts) noexcept {
+    if (clock == CLOCK_REALTIME && sWallClock == WallClock::kFixed) {
+        *ts = sFixed;
+        return 0;
+    }
+    if (clock == CLOCK_REALTIME && sWallClock == WallClock::kFailing) {
+        errno = EINVAL;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_clock_gettime, clock, ts));
+}

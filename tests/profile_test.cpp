@@ -1,0 +1,133 @@
+#include <zorcam/utils/std/Profile.h>
+
+#include "LogCapture.h"
+#include "VirtualClock.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+using NSCam::Utils::CameraProfile;
+using NSCam::Utils::CamProfile;
+using namespace zorcam_test;
+namespace ULog = NSCam::Utils::ULog;
+
+namespace {
+
+constexpr int64_t kUs = 1000;
+constexpr int64_t kMs = 1000000;
+
+class ProfileTest : public LogCaptureTest {
+protected:
+    void SetUp() override {
+        LogCaptureTest::SetUp();
+        vclock::set(5000 * kMs);
+    }
+    void expectLine(int prio, ULog::DetailsType type, const std::string& text) {
+        expectOnlyLine(prio, type, "ZorCam/Utils", text);
+        clearLogs();
+    }
+};
+
+TEST_F(ProfileTest, CamProfileNumbersOnlyTheLinesWritten) {
+    CamProfile profile("configure", "Pipeline");
+    vclock::advance(1999 * kUs);
+    EXPECT_TRUE(profile.print("open %d", 1));
+    expectLine(3, ULog::DETAILS_DEBUG,
+               "{CamProfile}[Pipeline::configure] open 1: (0-th) ===> [start-->now: 1 ms]");
+    setULog(0x3, 3, 0x40007000);  // debug kept back: not numbered, but the step restarts
+    vclock::advance(7 * kMs);
+    EXPECT_TRUE(profile.print("hidden"));
+    expectNoLines();
+    setULog(0x2, 6, 0x40007000);  // the unified logger alone
+    vclock::advance(2500 * kUs);
+    EXPECT_TRUE(profile.print("map"));
+    const auto u = ulogLines();
+    ASSERT_EQ(u.size(), 1u);
+    EXPECT_TRUE(androidLines().empty());
+    EXPECT_EQ(u[0].text, "{CamProfile}[Pipeline::configure] map: (1-th) ===> "
+                         "[start-->now: 11 ms] [last-->now: 2 ms]");
+}
+
+TEST_F(ProfileTest, CamProfileOvertimeNumbersEveryCheckpoint) {
+    CamProfile profile("f", "C");
+    vclock::advance(15 * kMs);
+    EXPECT_TRUE(profile.print_overtime(10, "slow %s", "start"));
+    expectLine(4, ULog::DETAILS_INFO,
+               "{CamProfile}[C::f] slow start: (0-th) ===> (overtime > 10 ms) "
+               "[start-->now: 15 ms]");
+    vclock::advance(5 * kMs);
+    EXPECT_FALSE(profile.print_overtime(10, "fast"));
+    vclock::advance(1999 * kUs);
+    EXPECT_FALSE(profile.print_overtime(1, "fast"));
+    expectNoLines();
+    vclock::advance(15 * kMs);
+    EXPECT_TRUE(profile.print_overtime(10, "slow"));
+    expectLine(4, ULog::DETAILS_INFO,
+               "{CamProfile}[C::f] slow: (3-th) ===> ( overtime > 10 ms) "
+               "[start-->now: 36 ms] [last-->now: 15 ms]");
+}
+
+TEST_F(ProfileTest, CamProfileKeepsMicrosecondsIn32Bits) {
+    vclock::set((int64_t{1} << 32) * kUs - 1000 * kUs);  // wraps 1 ms after construction
+    CamProfile profile("f", "C");
+    vclock::advance(3 * kMs);
+    profile.print("a");
+    expectLine(3, ULog::DETAILS_DEBUG, "{CamProfile}[C::f] a: (0-th) ===> [start-->now: 3 ms]");
+    vclock::advance(((int64_t{1} << 31) + 1000) * kUs);  // past what 32 bits hold
+    profile.print("b");
+    expectLine(3, ULog::DETAILS_DEBUG,
+               "{CamProfile}[C::f] b: (1-th) ===> [start-->now: -2147479 ms] "
+               "[last-->now: -2147482 ms]");
+}
+
+TEST_F(ProfileTest, CameraProfileLinesAndPrinters) {
+    CameraProfile profile("Cam/Test", "pre: ");
+    vclock::advance(1234567);
+    profile.print('D', "x%d", 1);
+    ASSERT_EQ(androidLines().size(), 1u);
+    EXPECT_EQ(androidLines()[0].text, "pre: @0 x1 [start-->now: 1234 us]");
+    EXPECT_EQ(androidLines()[0].prio, 3);
+    ASSERT_EQ(ulogLines().size(), 1u);  // the prefix goes to the Android log only
+    EXPECT_EQ(ulogLines()[0].text, "@0 x1 [start-->now: 1234 us]");
+    EXPECT_EQ(ulogLines()[0].moduleId, 0x40007001u);
+    clearLogs();
+    vclock::advance(kMs);
+    profile.stopWatch();
+    vclock::advance(2999);
+    profile.print('X', "y");
+    EXPECT_EQ(ulogLines().at(0).text, "@1 y [start-->now: 2237 us][last-->now: 2 us]");
+    clearLogs();
+    vclock::advance(500 * kUs);  // under the threshold: numbered, not printed
+    profile.print_overtime('W', 1000000, "fast");
+    expectNoLines();
+    vclock::advance(1000001);
+    profile.print_overtime('W', 1000000, "slow");
+    ASSERT_EQ(ulogLines().size(), 1u);
+    EXPECT_EQ(ulogLines()[0].text,
+              "@3 slow (overtime > 1000000 ns) [start-->now: 3737 us][last-->now: 1000 us]");
+    const struct {
+        char letter;
+        int prio;
+        ULog::DetailsType type;
+    } cases[] = {{'E', 6, ULog::DETAILS_ERROR}, {'W', 5, ULog::DETAILS_WARNING},
+                 {'I', 4, ULog::DETAILS_INFO},  {'V', 2, ULog::DETAILS_VERBOSE},
+                 {'X', 3, ULog::DETAILS_DEBUG}};
+    for (const auto& c : cases) {
+        clearLogs();
+        profile.print(c.letter, "n");
+        ASSERT_EQ(androidLines().size(), 1u) << c.letter;
+        EXPECT_EQ(androidLines()[0].prio, c.prio) << c.letter;
+        EXPECT_EQ(ulogLines().at(0).type, c.type) << c.letter;
+    }
+    setULog(0x0, 0, 0);  // gates every letter but 'F'
+    clearLogs();
+    profile.print('E', "gone");
+    profile.print('F', "fatal %s", "x");
+    ASSERT_EQ(androidLines().size(), 1u);
+    EXPECT_EQ(androidLines()[0].prio, 7);
+    EXPECT_EQ(androidLines()[0].text, "pre: @10 fatal x [start-->now: 3737 us][last-->now: 0 us]");
+    EXPECT_TRUE(ulogLines().empty());
+}
+
+}  // namespace

@@ -1,0 +1,386 @@
+// zorcam-util pace: measures how evenly frames leave a display pacer. A producer thread makes
+// frames on the monotonic clock at the given rate, each delivered after a random jitter; the
+// same trace is released three ways side by side (unpaced, a plain pacer that sleeps until the
+// next frame slot, and FrameController), each on its own consumer thread, and the release
+// intervals, display delays and sleeping time of the three are compared.
+
+#include "Command.h"
+
+#include <zorcam/utils/std/FrameController.h>
+#include <zorcam/utils/std/Log.h>
+
+#include <android/log.h>
+#include <cutils/properties.h>
+#include <utils/Timers.h>
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace zorcam_util {
+
+namespace {
+
+constexpr int64_t kMs = 1000000;
+// Frames left out of the statistics for every way alike: the controller measures the first
+// five and holds one back before it paces.
+constexpr int kWarmup = 10;
+constexpr const char* kControllerTag = "ZorCam/FrameController";
+
+struct Options {
+    double fps = 30;
+    int frames = 600;
+    double jitterMs = 0;
+    double latencyMs = 0;
+    unsigned seed = 1;
+    std::string outDir;
+};
+
+struct Frame {
+    int64_t stamp;      // ns, the frame's time stamp
+    int64_t deliverAt;  // ns, when it reaches the consumer
+};
+
+struct Release {
+    int64_t stamp;
+    int64_t at;     // ns, when the pacer let it go
+    int64_t slept;  // ns spent inside the pacer
+};
+
+int64_t now() {
+    return systemTime(SYSTEM_TIME_MONOTONIC);
+}
+
+void sleepUntil(int64_t t) {
+    timespec ts{static_cast<time_t>(t / 1000000000), static_cast<long>(t % 1000000000)};
+    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr) == EINTR) {
+    }
+}
+
+// Transitions of the controllers, counted from their log lines.
+std::atomic<int> sAdjustEntered{0};
+std::atomic<int> sResetEntered{0};
+
+void countingLogger(const __android_logger_data* data, const char* message) {
+    if (data->tag != nullptr && strcmp(data->tag, kControllerTag) == 0) {
+        if (strstr(message, "] start to adj frame delay") != nullptr) ++sAdjustEntered;
+        if (strstr(message, "] start to reset frame delay") != nullptr) ++sResetEntered;
+        return;
+    }
+    __android_log_stderr_logger(data, message);
+}
+
+// One way of releasing frames: a queue filled by the producer and a consumer thread that
+// waits for each frame's delivery, passes it through its pacer and notes the release.
+class Way {
+public:
+    Way(const char* name, std::function<void(int64_t stamp)> pacer)
+        : mName(name), mPacer(std::move(pacer)) {}
+
+    void push(const Frame& f) {
+        std::lock_guard<std::mutex> lock(mLock);
+        mQueue.push_back(f);
+        mReady.notify_one();
+    }
+
+    void run(int frames) {
+        mReleases.reserve(frames);
+        for (int i = 0; i < frames; ++i) {
+            Frame f;
+            {
+                std::unique_lock<std::mutex> lock(mLock);
+                mReady.wait(lock, [this] { return !mQueue.empty(); });
+                f = mQueue.front();
+                mQueue.pop_front();
+            }
+            sleepUntil(f.deliverAt);
+            const int64_t in = now();
+            mPacer(f.stamp);
+            const int64_t out = now();
+            mReleases.push_back({f.stamp, out, out - in});
+        }
+    }
+
+    const char* name() const { return mName; }
+    const std::vector<Release>& releases() const { return mReleases; }
+
+private:
+    const char* mName;
+    std::function<void(int64_t)> mPacer;
+    std::mutex mLock;
+    std::condition_variable mReady;
+    std::deque<Frame> mQueue;
+    std::vector<Release> mReleases;
+};
+
+// Sleeps until the next slot of a grid one frame interval wide, anchored at the first
+// release; a frame that comes after its slot goes at once and moves the grid.
+class SlotPacer {
+public:
+    explicit SlotPacer(int64_t interval) : mInterval(interval) {}
+
+    void operator()(int64_t) {
+        if (mNext == 0) {
+            mNext = now() + mInterval;
+            return;
+        }
+        const int64_t t = now();
+        if (t < mNext) {
+            sleepUntil(mNext);
+            mNext += mInterval;
+        } else {
+            mNext = t + mInterval;
+        }
+    }
+
+private:
+    int64_t mInterval;
+    int64_t mNext = 0;
+};
+
+// Nearest-rank percentile of a sorted vector.
+double percentile(const std::vector<double>& sorted, double p) {
+    if (sorted.empty()) return NAN;
+    size_t rank = static_cast<size_t>(std::ceil(p / 100.0 * sorted.size()));
+    if (rank < 1) rank = 1;
+    return sorted[std::min(rank, sorted.size()) - 1];
+}
+
+struct Stats {
+    double errMedian, errP99, errMax, shareOver2;
+    double delayMedian, delayP99;
+    double sleptMs, sleptPerFrameMs;
+    std::vector<double> intervalsMs;
+};
+
+Stats measure(const std::vector<Release>& r, int64_t interval) {
+    Stats s{};
+    std::vector<double> err, delay;
+    int over = 0;
+    double slept = 0;
+    for (size_t i = kWarmup; i < r.size(); ++i) {
+        const int64_t iv = r[i].at - r[i - 1].at;
+        s.intervalsMs.push_back(iv / 1e6);
+        const double e = std::fabs(static_cast<double>(iv - interval)) / 1e6;
+        err.push_back(e);
+        if (e > 2.0) ++over;
+        delay.push_back((r[i].at - r[i].stamp) / 1e6);
+        slept += r[i].slept / 1e6;
+    }
+    std::sort(err.begin(), err.end());
+    std::sort(delay.begin(), delay.end());
+    s.errMedian = percentile(err, 50);
+    s.errP99 = percentile(err, 99);
+    s.errMax = err.empty() ? NAN : err.back();
+    s.shareOver2 = err.empty() ? NAN : 100.0 * over / err.size();
+    s.delayMedian = percentile(delay, 50);
+    s.delayP99 = percentile(delay, 99);
+    s.sleptMs = slept;
+    s.sleptPerFrameMs = err.empty() ? NAN : slept / err.size();
+    return s;
+}
+
+bool writeSvg(const std::string& path, const std::vector<const char*>& names,
+              const std::vector<Stats>& stats, double intervalMs) {
+    // Histogram of release intervals, one panel per way: 0.25 ms bins over +-8 ms around the
+    // frame interval, with everything outside piled into the end bins.
+    constexpr double kBinMs = 0.25, kSpanMs = 8.0;
+    constexpr int kBins = static_cast<int>(2 * kSpanMs / kBinMs);
+    constexpr int kW = 720, kPanelH = 200, kLeft = 50, kTop = 30, kPlotW = 640, kPlotH = 140;
+    std::ofstream out(path);
+    if (!out) return false;
+    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kW << "\" height=\""
+        << kPanelH * names.size() + 20 << "\" font-family=\"sans-serif\" font-size=\"11\">\n"
+        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    for (size_t w = 0; w < names.size(); ++w) {
+        std::vector<int> bins(kBins, 0);
+        for (double iv : stats[w].intervalsMs) {
+            int b = static_cast<int>(std::floor((iv - intervalMs + kSpanMs) / kBinMs));
+            bins[std::clamp(b, 0, kBins - 1)]++;
+        }
+        const int peak = std::max(1, *std::max_element(bins.begin(), bins.end()));
+        const int y0 = static_cast<int>(w) * kPanelH + kTop;
+        char title[160];
+        snprintf(title, sizeof(title),
+                 "%s: release intervals (ms), p99 |error| %.3f ms, max %.3f ms", names[w],
+                 stats[w].errP99, stats[w].errMax);
+        out << "<text x=\"" << kLeft << "\" y=\"" << y0 - 10 << "\">" << title << "</text>\n";
+        out << "<line x1=\"" << kLeft << "\" y1=\"" << y0 + kPlotH << "\" x2=\"" << kLeft + kPlotW
+            << "\" y2=\"" << y0 + kPlotH << "\" stroke=\"black\"/>\n";
+        const double bw = static_cast<double>(kPlotW) / kBins;
+        for (int b = 0; b < kBins; ++b) {
+            if (bins[b] == 0) continue;
+            const double h = static_cast<double>(bins[b]) / peak * kPlotH;
+            out << "<rect x=\"" << kLeft + b * bw << "\" y=\"" << y0 + kPlotH - h
+                << "\" width=\"" << bw - 1 << "\" height=\"" << h
+                << "\" fill=\"steelblue\"><title>" << bins[b] << "</title></rect>\n";
+        }
+        for (int t = -8; t <= 8; t += 2) {
+            const double x = kLeft + (t + kSpanMs) / (2 * kSpanMs) * kPlotW;
+            char label[32];
+            snprintf(label, sizeof(label), "%.1f", intervalMs + t);
+            out << "<text x=\"" << x << "\" y=\"" << y0 + kPlotH + 14
+                << "\" text-anchor=\"middle\">" << label << "</text>\n";
+        }
+        out << "<text x=\"" << kLeft - 5 << "\" y=\"" << y0 + 10 << "\" text-anchor=\"end\">"
+            << peak << "</text>\n";
+    }
+    out << "</svg>\n";
+    return static_cast<bool>(out);
+}
+
+bool parse(const std::vector<std::string>& args, Options* o) {
+    for (size_t i = 0; i < args.size(); ++i) {
+        const std::string& a = args[i];
+        if (i + 1 >= args.size()) {
+            fprintf(stderr, "zorcam-util pace: %s needs a value\n", a.c_str());
+            return false;
+        }
+        const std::string& v = args[++i];
+        char* end = nullptr;
+        errno = 0;
+        if (a == "--out") {
+            o->outDir = v;
+            continue;
+        }
+        const double d = strtod(v.c_str(), &end);
+        if (errno != 0 || end == v.c_str() || *end != '\0') {
+            fprintf(stderr, "zorcam-util pace: bad value for %s: %s\n", a.c_str(), v.c_str());
+            return false;
+        }
+        if (a == "--fps" && d > 0 && d <= 1000) {
+            o->fps = d;
+        } else if (a == "--frames" && d >= kWarmup + 2 && d <= 1000000) {
+            o->frames = static_cast<int>(d);
+        } else if (a == "--jitter-ms" && d >= 0 && d <= 1000) {
+            o->jitterMs = d;
+        } else if (a == "--latency-ms" && d >= 0 && d <= 1000) {
+            o->latencyMs = d;
+        } else if (a == "--seed" && d >= 0 && d <= 4294967295.0) {
+            o->seed = static_cast<unsigned>(d);
+        } else {
+            fprintf(stderr, "zorcam-util pace: unknown option or value out of range: %s %s\n",
+                    a.c_str(), v.c_str());
+            return false;
+        }
+    }
+    return true;
+}
+
+std::string loadAverage() {
+    std::ifstream in("/proc/loadavg");
+    std::string a, b, c;
+    if (!(in >> a >> b >> c)) return "unknown";
+    return a + " " + b + " " + c;
+}
+
+int run(const std::vector<std::string>& args) {
+    Options o;
+    if (!parse(args, &o)) return 2;
+    if (!o.outDir.empty()) {
+        struct stat st;
+        if (stat(o.outDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
+            fprintf(stderr, "zorcam-util pace: not a directory: %s\n", o.outDir.c_str());
+            return 1;
+        }
+    }
+    const int64_t interval = static_cast<int64_t>(std::llround(1e9 / o.fps));
+
+    // The controller's transitions are info lines from log level 2 on; count them instead of
+    // printing every frame's line.
+    property_set("debug.camera.fctrl.loglevel", "2");
+    __android_log_set_logger(countingLogger);
+    const bool counted = zorcam_testLog(kControllerTag, 'I') != 0;
+    android::sp<NSCam::Utils::FrameController> controller =
+            new NSCam::Utils::FrameController(android::String8("pace"));
+
+    SlotPacer slot(interval);
+    std::vector<Way*> ways;
+    Way unpaced("unpaced", [](int64_t) {});
+    Way slotted("slot pacer", [&slot](int64_t stamp) { slot(stamp); });
+    Way paced("FrameController",
+              [&controller](int64_t stamp) { controller->bufferControl(stamp); });
+    ways = {&unpaced, &slotted, &paced};
+
+    const std::string loadBefore = loadAverage();
+    std::vector<std::thread> consumers;
+    for (Way* w : ways) consumers.emplace_back([w, &o] { w->run(o.frames); });
+
+    std::mt19937 rng(o.seed);
+    std::uniform_int_distribution<int64_t> jitter(0, static_cast<int64_t>(o.jitterMs * kMs));
+    const int64_t latency = static_cast<int64_t>(o.latencyMs * kMs);
+    std::thread producer([&] {
+        const int64_t t0 = now() + 50 * kMs;
+        int64_t lastDelivery = 0;
+        for (int i = 0; i < o.frames; ++i) {
+            const int64_t stamp = t0 + i * interval;
+            sleepUntil(stamp);
+            // Frames are delivered in order: one cannot overtake the frame before it.
+            lastDelivery = std::max(lastDelivery, stamp + latency + jitter(rng));
+            for (Way* w : ways) w->push({stamp, lastDelivery});
+        }
+    });
+    producer.join();
+    for (auto& t : consumers) t.join();
+    __android_log_set_logger(__android_log_stderr_logger);
+
+    printf("pace: %.3f fps (frame interval %.3f ms), %d frames, delivery jitter 0-%.1f ms, "
+           "latency %.1f ms, seed %u\n",
+           o.fps, interval / 1e6, o.frames, o.jitterMs, o.latencyMs, o.seed);
+    printf("load average before %s, after %s; statistics over frames %d..%d\n",
+           loadBefore.c_str(), loadAverage().c_str(), kWarmup, o.frames - 1);
+    printf("%-16s %28s %8s %20s %22s\n", "", "|interval error| ms", "", "display delay ms",
+           "time asleep");
+    printf("%-16s %9s %9s %9s %8s %10s %9s %12s %9s\n", "way", "median", "p99", "max", ">2 ms",
+           "median", "p99", "total ms", "ms/frame");
+    std::vector<Stats> stats;
+    std::vector<const char*> names;
+    for (Way* w : ways) {
+        stats.push_back(measure(w->releases(), interval));
+        names.push_back(w->name());
+        const Stats& s = stats.back();
+        printf("%-16s %9.3f %9.3f %9.3f %7.1f%% %10.3f %9.3f %12.1f %9.3f\n", w->name(),
+               s.errMedian, s.errP99, s.errMax, s.shareOver2, s.delayMedian, s.delayP99,
+               s.sleptMs, s.sleptPerFrameMs);
+    }
+    if (counted) {
+        printf("FrameController: adjust mode entered %d times, reset mode entered %d times\n",
+               sAdjustEntered.load(), sResetEntered.load());
+    } else {
+        printf("FrameController: mode changes not counted (camera log level below 2)\n");
+    }
+
+    if (!o.outDir.empty()) {
+        const std::string path = o.outDir + "/pace_intervals.svg";
+        if (!writeSvg(path, names, stats, interval / 1e6)) {
+            fprintf(stderr, "zorcam-util pace: cannot write %s\n", path.c_str());
+            return 1;
+        }
+        printf("histogram: %s\n", path.c_str());
+    }
+    return 0;
+}
+
+}  // namespace
+
+static Command sCmd("pace",
+                    "--fps F --frames N [--jitter-ms J] [--latency-ms L] [--seed S] [--out DIR]"
+                    "  measure frame pacing: unpaced, slot pacer and FrameController",
+                    run);
+
+}  // namespace zorcam_util
