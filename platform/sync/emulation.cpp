@@ -161,13 +161,14 @@ void copyName(char (&dst)[32], const char* src) {
     if (src != nullptr) strncpy(dst, src, sizeof(dst) - 1);
 }
 
+// A fence is active while any point is; once all have signalled, the first error is its status.
 int32_t statusOf(const std::vector<StoredPoint>& points) {
-    bool pending = false;
+    int32_t status = 1;
     for (const StoredPoint& p : points) {
-        if (p.info.status < 0) return p.info.status;
-        if (p.info.status == 0) pending = true;
+        if (p.info.status == 0) return 0;
+        if (p.info.status < 0 && status == 1) status = p.info.status;
     }
-    return pending ? 0 : 1;
+    return status;
 }
 
 void closeOwnEnd(Registry& r, Watched* w) {
