@@ -1,4 +1,4 @@
-// The host libsync: sync_wait's contract, and the in-process sw_sync emulation (forced on here
+// The host libsync: sync_wait's contract and the in-process sw_sync emulation (forced on here
 // even where the kernel has the driver).
 
 #include "FdCount.h"
@@ -7,9 +7,7 @@
 #include <android/sync.h>
 
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/eventfd.h>
@@ -21,57 +19,36 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace {
-
 const int sForceEmulation = setenv("ZORCAM_SW_SYNC", "emulated", 1);
 
-// A virtual monotonic clock and a scripted poll, in place of the C library's for libsync while
-// a test arms them; otherwise they pass through to the kernel.
+// A virtual monotonic clock and a scripted poll take the C library's place while armed.
 bool sFakeClock = false;
 int64_t sNowNs = 0;
-std::function<int(struct pollfd*, nfds_t, int)> sPollHook;
+std::function<int(struct pollfd*, nfds_t, int)> sPoll;
 
 int realPoll(struct pollfd* fds, nfds_t n, int timeout) {
     struct timespec ts = {timeout / 1000, (timeout % 1000) * 1000000L};
     return ppoll(fds, n, timeout < 0 ? nullptr : &ts, nullptr);
 }
-
 }  // namespace
 
 extern "C" int clock_gettime(clockid_t clock, struct timespec* ts) noexcept {
-    if (sFakeClock && clock == CLOCK_MONOTONIC) {
-        ts->tv_sec = sNowNs / 1000000000;
-        ts->tv_nsec = sNowNs % 1000000000;
-        return 0;
-    }
-    return static_cast<int>(syscall(SYS_clock_gettime, clock, ts));
+    if (!sFakeClock || clock != CLOCK_MONOTONIC)
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, ts));
+    *ts = {sNowNs / 1000000000, sNowNs % 1000000000};
+    return 0;
 }
 
 extern "C" int poll(struct pollfd* fds, nfds_t n, int timeout) {
-    if (sPollHook) return sPollHook(fds, n, timeout);
-    return realPoll(fds, n, timeout);
+    return sPoll ? sPoll(fds, n, timeout) : realPoll(fds, n, timeout);
 }
 
 namespace {
-
-using zorcam_test::openFdCount;
-
-struct UniqueFd {
-    int fd;
-    explicit UniqueFd(int f = -1) : fd(f) {}
-    ~UniqueFd() { reset(); }
-    void reset() {
-        if (fd >= 0) close(fd);
-        fd = -1;
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-};
 
 bool readable(int fd) {
     struct pollfd pfd = {fd, POLLIN, 0};
@@ -84,116 +61,101 @@ struct Info {
     std::vector<sync_fence_info> records;
 };
 
-bool infoOf(int fd, Info* out) {
+Info infoOf(int fd) {
+    Info out;
     struct sync_file_info* info = sync_file_info(fd);
-    if (info == nullptr) return false;
-    out->name.assign(info->name, strnlen(info->name, sizeof(info->name)));
-    out->status = info->status;
+    if (info == nullptr) return out;
+    out.name.assign(info->name, strnlen(info->name, sizeof(info->name)));
+    out.status = info->status;
     const sync_fence_info* r = sync_get_fence_info(info);
-    out->records.assign(r, r + info->num_fences);
+    out.records.assign(r, r + info->num_fences);
     sync_file_info_free(info);
-    return true;
+    return out;
 }
 
 class LibsyncTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_EQ(sForceEmulation, 0);
-        mTimeline.fd = sw_sync_timeline_create();
-        ASSERT_GE(mTimeline.fd, 0);
+        mTimeline = newTimeline();
     }
     void TearDown() override {
-        sPollHook = nullptr;
+        sPoll = nullptr;
         sFakeClock = false;
+        for (int fd : mFds) close(fd);
     }
-
-    int fenceAt(unsigned value, const char* name = "fence", int timeline = -1) {
-        const int fd = sw_sync_fence_create(timeline < 0 ? mTimeline.fd : timeline, name, value);
+    // Descriptors the fixture closes at the end.
+    int own(int fd) {
         EXPECT_GE(fd, 0);
+        mFds.push_back(fd);
         return fd;
     }
+    int newTimeline() { return own(sw_sync_timeline_create()); }
+    int fenceAt(unsigned value, int timeline = -1, const char* name = "fence") {
+        return own(sw_sync_fence_create(timeline < 0 ? mTimeline : timeline, name, value));
+    }
     void advance(unsigned n = 1, int timeline = -1) {
-        ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline.fd : timeline, n), 0);
+        ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline : timeline, n), 0);
     }
 
-    UniqueFd mTimeline;
+    int mTimeline = -1;
+    std::vector<int> mFds;
 };
 
 TEST_F(LibsyncTest, FencesTurnReadableWhenTheTimelineReachesThem) {
-    UniqueFd f(fenceAt(2));
-    EXPECT_FALSE(readable(f.fd));
+    const int f = fenceAt(2);
+    const int copy = own(dup(f));
     advance();
-    EXPECT_FALSE(readable(f.fd));
-    UniqueFd copy(dup(f.fd));
+    EXPECT_FALSE(readable(f));
+    EXPECT_EQ(sync_wait(f, 0), -1);
+    EXPECT_EQ(errno, ETIME);
     advance();
-    EXPECT_TRUE(readable(f.fd));
-    EXPECT_TRUE(readable(copy.fd));
-    EXPECT_EQ(sync_wait(f.fd, 0), 0);
-    EXPECT_EQ(sync_wait(f.fd, -1), 0);
-    EXPECT_TRUE(readable(f.fd));  // waiting does not consume the signal
+    EXPECT_TRUE(readable(f));
+    EXPECT_TRUE(readable(copy));
+    EXPECT_EQ(sync_wait(f, -1), 0);
+    EXPECT_TRUE(readable(f));              // waiting does not consume the signal
+    EXPECT_TRUE(readable(fenceAt(2)));     // a point already reached
+    EXPECT_FALSE(readable(fenceAt(3)));
 
-    UniqueFd past(fenceAt(1));
-    EXPECT_TRUE(readable(past.fd));
-    advance(0);
-    UniqueFd now(fenceAt(2));
-    EXPECT_TRUE(readable(now.fd));
-}
-
-TEST_F(LibsyncTest, SyncWaitFailures) {
-    errno = 0;
     EXPECT_EQ(sync_wait(-1, 0), -1);
     EXPECT_EQ(errno, EINVAL);
-
-    UniqueFd pending(fenceAt(1));
-    EXPECT_EQ(sync_wait(pending.fd, 0), -1);
-    EXPECT_EQ(errno, ETIME);
-    EXPECT_EQ(sync_wait(pending.fd, 2), -1);
-    EXPECT_EQ(errno, ETIME);
-
-    const int closed = dup(pending.fd);
+    const int closed = dup(f);
     close(closed);
-    errno = 0;
     EXPECT_EQ(sync_wait(closed, 0), -1);
     EXPECT_EQ(errno, EINVAL);
 }
 
 TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
-    UniqueFd pending(fenceAt(1));
+    const int pending = fenceAt(1);
     sFakeClock = true;
-    sNowNs = 5000000000;
-    std::vector<int> timeouts;
     struct Case {
         int error;
         int64_t lostNs;
         int timeout;
-        std::vector<int> expected;
+        std::vector<int> polls;
     };
     for (const Case& c : {Case{EINTR, 30000000, 100, {100, 70}},
                           Case{EAGAIN, 29500000, 100, {100, 71}},
                           Case{EINTR, 150000000, 100, {100, 0}},
                           Case{EINTR, 30000000, -1, {-1, -1}}}) {
-        SCOPED_TRACE(std::to_string(c.error) + "/" + std::to_string(c.timeout));
-        timeouts.clear();
-        sPollHook = [&](struct pollfd* fds, nfds_t n, int timeout) {
-            timeouts.push_back(timeout);
-            if (timeouts.size() == 1) {
-                sNowNs += c.lostNs;
-                errno = c.error;
-                return -1;
-            }
-            return realPoll(fds, n, timeout < 0 ? 0 : timeout);
+        SCOPED_TRACE(std::to_string(c.error) + "/" + std::to_string(c.lostNs));
+        std::vector<int> polls;
+        sPoll = [&](struct pollfd* fds, nfds_t n, int timeout) {
+            polls.push_back(timeout);
+            if (polls.size() > 1) return realPoll(fds, n, 0);
+            sNowNs += c.lostNs;
+            errno = c.error;
+            return -1;
         };
-        EXPECT_EQ(sync_wait(pending.fd, c.timeout), -1);
+        EXPECT_EQ(sync_wait(pending, c.timeout), -1);
         EXPECT_EQ(errno, ETIME);
-        EXPECT_EQ(timeouts, c.expected);
+        EXPECT_EQ(polls, c.polls);
     }
-
-    // Other poll failures come back as they are.
-    sPollHook = [](struct pollfd*, nfds_t, int) {
+    sPoll = [](struct pollfd*, nfds_t, int) {
         errno = ENOMEM;
         return -1;
     };
-    EXPECT_EQ(sync_wait(pending.fd, 10), -1);
+    EXPECT_EQ(sync_wait(pending, 10), -1);
     EXPECT_EQ(errno, ENOMEM);
 }
 
@@ -201,13 +163,10 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
     char comm[17] = {};
     prctl(PR_GET_NAME, comm);
     sFakeClock = true;
-    sNowNs = 1000;
-
-    UniqueFd other(sw_sync_timeline_create());
-    UniqueFd a(fenceAt(1, "a-fence-name-longer-than-the-31-bytes-kept"));
-    UniqueFd b(fenceAt(1, "b", other.fd));
-    Info info;
-    ASSERT_TRUE(infoOf(a.fd, &info));
+    const int other = newTimeline();
+    const int a = fenceAt(1, -1, "a-fence-name-longer-than-the-31-bytes-kept");
+    const int b = fenceAt(1, other);
+    Info info = infoOf(a);
     EXPECT_EQ(info.name, "a-fence-name-longer-than-the-31");
     EXPECT_EQ(info.status, 0);
     ASSERT_EQ(info.records.size(), 1u);
@@ -218,10 +177,8 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
 
     sNowNs = 2000000000;
     advance();
-    UniqueFd m(sync_merge("merged", a.fd, b.fd));
-    ASSERT_GE(m.fd, 0);
-    ASSERT_TRUE(infoOf(m.fd, &info));
-    EXPECT_EQ(info.name, "merged");
+    const int m = own(sync_merge("merged", a, b));
+    info = infoOf(m);
     EXPECT_EQ(info.status, 0);
     ASSERT_EQ(info.records.size(), 2u);
     EXPECT_EQ(info.records[0].status, 1);
@@ -229,149 +186,113 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
     EXPECT_EQ(info.records[1].status, 0);
 
     sNowNs = 3000000000;
-    advance(1, other.fd);
-    UniqueFd copy(dup(m.fd));
-    for (int fd : {m.fd, copy.fd}) {
-        ASSERT_TRUE(infoOf(fd, &info));
+    advance(1, other);
+    for (int fd : {m, own(dup(m))}) {
+        info = infoOf(fd);
         EXPECT_EQ(info.name, "merged");
         EXPECT_EQ(info.status, 1);
         ASSERT_EQ(info.records.size(), 2u);
         EXPECT_EQ(info.records[0].timestamp_ns, 2000000000u);
-        EXPECT_EQ(info.records[1].status, 1);
         EXPECT_EQ(info.records[1].timestamp_ns, 3000000000u);
         EXPECT_STREQ(info.records[1].driver_name, "sw_sync");
     }
-    ASSERT_TRUE(infoOf(a.fd, &info));
-    EXPECT_EQ(info.status, 1);
-    EXPECT_EQ(info.name, "a-fence-name-longer-than-the-31");
 }
 
 TEST_F(LibsyncTest, MergeKeepsTheLaterPointOfEachTimeline) {
-    UniqueFd early(fenceAt(3));
-    UniqueFd late(fenceAt(5));
-    UniqueFd m(sync_merge("m", early.fd, late.fd));
-    UniqueFd self(sync_merge("self", early.fd, early.fd));
-    ASSERT_GE(m.fd, 0);
-    ASSERT_GE(self.fd, 0);
-    EXPECT_NE(self.fd, early.fd);
-    Info info;
-    ASSERT_TRUE(infoOf(m.fd, &info));
-    EXPECT_EQ(info.records.size(), 1u);
+    const int early = fenceAt(3), late = fenceAt(5);
+    const int m = own(sync_merge("m", early, late));
+    const int self = own(sync_merge("self", early, early));
+    EXPECT_NE(self, early);
+    EXPECT_EQ(infoOf(m).records.size(), 1u);
     advance(3);
-    EXPECT_TRUE(readable(self.fd));
-    EXPECT_FALSE(readable(m.fd));
-    // A signalled point merged with a later pending one of its timeline: the pending one stays.
-    UniqueFd mixed(sync_merge("mixed", late.fd, early.fd));
-    ASSERT_TRUE(infoOf(mixed.fd, &info));
-    ASSERT_EQ(info.records.size(), 1u);
-    EXPECT_EQ(info.records[0].status, 0);
+    EXPECT_TRUE(readable(self));
+    EXPECT_FALSE(readable(m));
+    const int mixed = own(sync_merge("mixed", late, early));  // signalled with later pending
+    ASSERT_EQ(infoOf(mixed).records.size(), 1u);
+    EXPECT_EQ(infoOf(mixed).records[0].status, 0);
     advance(2);
-    EXPECT_TRUE(readable(m.fd));
-    EXPECT_TRUE(readable(mixed.fd));
-    // Merging signalled fences gives a signalled fence.
-    UniqueFd done(sync_merge("done", m.fd, early.fd));
-    EXPECT_TRUE(readable(done.fd));
+    EXPECT_TRUE(readable(m));
+    EXPECT_TRUE(readable(mixed));
+    EXPECT_TRUE(readable(own(sync_merge("done", m, early))));
 }
 
 TEST_F(LibsyncTest, DescriptorsThatAreNotEmulatedFencesAreRefused) {
-    UniqueFd plain(eventfd(0, EFD_CLOEXEC));
-    UniqueFd fence(fenceAt(1));
-    errno = 0;
-    EXPECT_EQ(sync_merge("x", fence.fd, plain.fd), -1);
+    const int plain = own(eventfd(0, EFD_CLOEXEC));
+    const int fence = fenceAt(1);
+    EXPECT_EQ(sync_merge("x", fence, plain), -1);
     EXPECT_EQ(errno, EINVAL);
-    EXPECT_EQ(sync_merge("x", plain.fd, fence.fd), -1);
-    EXPECT_EQ(sync_merge("x", plain.fd, plain.fd), -1);
-    EXPECT_EQ(sync_merge("x", mTimeline.fd, fence.fd), -1);
-    EXPECT_EQ(sync_file_info(plain.fd), nullptr);
-    EXPECT_EQ(sync_file_info(mTimeline.fd), nullptr);
-    EXPECT_EQ(sync_file_info(-1), nullptr);
-    EXPECT_EQ(sw_sync_fence_create(plain.fd, "x", 1), -1);
-    EXPECT_EQ(sw_sync_fence_create(fence.fd, "x", 1), -1);
-    EXPECT_EQ(sw_sync_timeline_inc(plain.fd, 1), -1);
-    EXPECT_EQ(sw_sync_timeline_inc(fence.fd, 1), -1);
-    EXPECT_FALSE(readable(fence.fd));
+    for (int fd : {plain, mTimeline, -1}) {
+        EXPECT_EQ(sync_merge("x", fd, fd), -1);
+        EXPECT_EQ(sync_file_info(fd), nullptr);
+    }
+    for (int fd : {plain, fence}) {
+        EXPECT_EQ(sw_sync_fence_create(fd, "x", 1), -1);
+        EXPECT_EQ(sw_sync_timeline_inc(fd, 1), -1);
+    }
+    EXPECT_FALSE(readable(fence));
 }
 
 TEST_F(LibsyncTest, DupIsTheSameSyncFile) {
-    int original = fenceAt(1, "shared");
-    UniqueFd copy(dup(original));
+    const int original = sw_sync_fence_create(mTimeline, "shared", 1);
+    const int copy = own(dup(original));
     close(original);
-    UniqueFd merged(sync_merge("from-copy", copy.fd, copy.fd));
-    EXPECT_FALSE(readable(merged.fd));
+    advance(0);  // a call that would drop a fence nobody holds
+    const int merged = own(sync_merge("from-copy", copy, copy));
     advance();
-    EXPECT_TRUE(readable(copy.fd));
-    EXPECT_TRUE(readable(merged.fd));
-    Info info;
-    ASSERT_TRUE(infoOf(copy.fd, &info));
-    EXPECT_EQ(info.name, "shared");
-    EXPECT_EQ(info.status, 1);
+    EXPECT_TRUE(readable(copy));
+    EXPECT_TRUE(readable(merged));
+    EXPECT_EQ(infoOf(copy).name, "shared");
 }
 
 TEST_F(LibsyncTest, ClosingTheLastDescriptorFreesTheFence) {
-    UniqueFd other(sw_sync_timeline_create());
-    const int before = openFdCount();
-
-    // Signalled fences are freed by the close itself.
-    int f = fenceAt(1);
+    const int other = newTimeline();
+    const int before = zorcam_test::openFdCount();
+    const int signalled = sw_sync_fence_create(mTimeline, "s", 1);
     advance();
-    close(f);
-    EXPECT_EQ(openFdCount(), before);
+    close(signalled);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);  // freed by the close itself
 
-    // Pending ones, merged across timelines too, by the next call of the process.
-    std::vector<int> pending;
+    // Pending ones, merged across timelines too, are freed by the next call.
     for (unsigned i = 0; i < 8; ++i) {
-        const int a = fenceAt(10 + i);
-        const int o = fenceAt(5, "o", other.fd);
-        pending.insert(pending.end(), {a, o, sync_merge("m", a, o)});
+        const int a = sw_sync_fence_create(mTimeline, "a", 10 + i);
+        const int o = sw_sync_fence_create(other, "o", 5);
+        close(sync_merge("m", a, o));
+        close(a);
+        close(o);
     }
-    EXPECT_GT(openFdCount(), before);
-    for (int fd : pending) close(fd);
     advance(0);
-    EXPECT_EQ(openFdCount(), before);
-    // The timelines hold nothing of them any more.
-    advance(100);
-    advance(100, other.fd);
-    EXPECT_EQ(openFdCount(), before);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);
+    advance(100);  // the timelines keep nothing of them
+    advance(100, other);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);
 }
 
 TEST_F(LibsyncTest, ClosingATimelineSignalsItsFencesWithAnError) {
-    const int before = openFdCount();
-    int doomedTimeline = sw_sync_timeline_create();
-    UniqueFd doomed(fenceAt(1, "doomed", doomedTimeline));
-    UniqueFd live(fenceAt(1));
-    UniqueFd both(sync_merge("both", doomed.fd, live.fd));
+    const int doomedTimeline = sw_sync_timeline_create();
+    const int doomed = fenceAt(1, doomedTimeline);
+    const int both = own(sync_merge("both", doomed, fenceAt(1)));
     close(doomedTimeline);
-
-    Info info;
-    ASSERT_TRUE(infoOf(doomed.fd, &info));
-    EXPECT_TRUE(readable(doomed.fd));
+    Info info = infoOf(doomed);
+    EXPECT_TRUE(readable(doomed));
     EXPECT_EQ(info.status, -ENOENT);
     ASSERT_EQ(info.records.size(), 1u);
     EXPECT_EQ(info.records[0].status, -ENOENT);
-    ASSERT_TRUE(infoOf(both.fd, &info));
-    EXPECT_EQ(info.status, 0);
-    EXPECT_FALSE(readable(both.fd));
-
+    EXPECT_EQ(infoOf(both).status, 0);  // still waiting for its other point
+    EXPECT_FALSE(readable(both));
     advance();
-    ASSERT_TRUE(infoOf(both.fd, &info));
-    EXPECT_EQ(info.status, -ENOENT);
-    EXPECT_TRUE(readable(both.fd));
-    doomed.reset();
-    live.reset();
-    both.reset();
-    EXPECT_EQ(openFdCount(), before);
+    EXPECT_EQ(infoOf(both).status, -ENOENT);
+    EXPECT_TRUE(readable(both));
 }
 
 TEST_F(LibsyncTest, TimelineValuesWrapAround) {
     advance(UINT_MAX - 1);
-    UniqueFd last(fenceAt(UINT_MAX));
-    UniqueFd wrapped(fenceAt(1));
-    EXPECT_FALSE(readable(last.fd));
+    const int last = fenceAt(UINT_MAX), wrapped = fenceAt(1);
+    EXPECT_FALSE(readable(last));
     advance();
-    EXPECT_TRUE(readable(last.fd));
-    EXPECT_FALSE(readable(wrapped.fd));
+    EXPECT_TRUE(readable(last));
+    EXPECT_FALSE(readable(wrapped));
     advance(2);
-    EXPECT_TRUE(readable(wrapped.fd));
+    EXPECT_TRUE(readable(wrapped));
 }
 
 }  // namespace
