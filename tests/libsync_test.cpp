@@ -10,7 +10,6 @@
 #include <poll.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <time.h>
@@ -214,22 +213,6 @@ TEST_F(LibsyncTest, MergeKeepsTheLaterPointOfEachTimeline) {
     EXPECT_TRUE(readable(m));
     EXPECT_TRUE(readable(mixed));
     EXPECT_TRUE(readable(own(sync_merge("done", m, early))));
-}
-
-TEST_F(LibsyncTest, DescriptorsThatAreNotEmulatedFencesAreRefused) {
-    const int plain = own(eventfd(0, EFD_CLOEXEC));
-    const int fence = fenceAt(1);
-    EXPECT_EQ(sync_merge("x", fence, plain), -1);
-    EXPECT_EQ(errno, EINVAL);
-    for (int fd : {plain, mTimeline, -1}) {
-        EXPECT_EQ(sync_merge("x", fd, fd), -1);
-        EXPECT_EQ(sync_file_info(fd), nullptr);
-    }
-    for (int fd : {plain, fence}) {
-        EXPECT_EQ(sw_sync_fence_create(fd, "x", 1), -1);
-        EXPECT_EQ(sw_sync_timeline_inc(fd, 1), -1);
-    }
-    EXPECT_FALSE(readable(fence));
 }
 
 TEST_F(LibsyncTest, DupIsTheSameSyncFile) {
