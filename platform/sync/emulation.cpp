@@ -309,7 +309,8 @@ bool readFenceLocked(Registry& r, int fd, FenceState* out) {
         return false;
     memcpy(out->name, header.file.name, sizeof(out->name));
     out->points.resize(n);
-    if (n != 0) memcpy(out->points.data(), buffer.data() + sizeof(MessageHeader), n * sizeof(StoredPoint));
+    if (n != 0)
+        memcpy(out->points.data(), buffer.data() + sizeof(MessageHeader), n * sizeof(StoredPoint));
     out->timelines.assign(n, nullptr);
     return true;
 }
@@ -434,8 +435,9 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
         merged.timelines = std::move(a.timelines);
         for (size_t i = 0; i < b.points.size(); ++i) {
             const StoredPoint& p = b.points[i];
-            auto it = std::find_if(merged.points.begin(), merged.points.end(),
-                                   [&p](const StoredPoint& q) { return q.timelineId == p.timelineId; });
+            auto it = std::find_if(
+                    merged.points.begin(), merged.points.end(),
+                    [&p](const StoredPoint& q) { return q.timelineId == p.timelineId; });
             if (it == merged.points.end()) {
                 merged.points.push_back(p);
                 merged.timelines.push_back(b.timelines[i]);
