@@ -7,7 +7,8 @@
 // fences work with every function of <android/sync.h>. Descriptors returned belong to the
 // caller and are released with close(); closing a timeline signals its pending fences with the
 // error -ENOENT. Emulated fences and timelines serve this process only: they cannot be handed
-// to another process.
+// to another process, and what was closed while still pending (a fence, or a timeline with
+// pending fences) is released, or signalled, at the next libsync call of the process.
 
 #ifdef __cplusplus
 extern "C" {
