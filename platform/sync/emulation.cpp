@@ -1,0 +1,483 @@
+// In-process emulation of software sync timelines.
+//
+// How a fence is made. Every emulated fence and timeline is a connected pair of AF_UNIX
+// SOCK_SEQPACKET sockets: the caller gets one end, the emulation keeps the other ("own end").
+// A fence's end carries no data while the fence is pending, so poll(POLLIN) blocks on it like on
+// a kernel sync file. When the last point of the fence signals, the emulation sends one message
+// holding the fence's name, status and point records through its own end and closes that end:
+// the caller's end turns readable for good, and the records live in the socket's queue, where
+// sync_file_info and sync_merge read them with MSG_PEEK. A dup() of a fence is the same socket,
+// so it is the same sync file.
+//
+// Why sockets. The state of a signalled fence then lives in the kernel and is freed by the
+// kernel when the caller closes the last descriptor of the fence: nothing needs to notice it.
+// While a fence is pending the emulation must keep its own end to be able to signal it, and it
+// must notice when the caller has closed every descriptor of the fence (or of a timeline). A
+// socket tells that reliably: when the last descriptor of one end is closed, the other end
+// reports EPOLLRDHUP. All own ends sit in one epoll set, and every emulated call first reaps
+// what hung up: a pending fence nobody holds is dropped, a closed timeline signals its pending
+// points with -ENOENT as the kernel does. So the descriptors and memory of a fence abandoned
+// before it signalled are released at the next emulated call of the process (the next timeline
+// advance at the latest); a signalled fence needs no call at all.
+//
+// Identity. The caller's descriptor is matched to its pending fence or timeline by the socket's
+// inode (st_dev, st_ino), which is unique among open files. A recorded inode can only belong
+// to a file that is still open: its entry is dropped by the reap that follows the close, before
+// any lookup under the same lock.
+//
+// One mutex guards all of it; every operation is short and never blocks while holding it.
+
+#include "emulation.h"
+
+#include <errno.h>
+#include <string.h>
+#include <sys/epoll.h>
+#include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <unordered_map>
+#include <vector>
+
+namespace zorcam_sync {
+
+namespace {
+
+constexpr uint64_t kMagic = 0x7a6f7273796e6331;  // first word of a signalled fence's message
+constexpr size_t kMaxPoints = 1024;               // keeps a message far below the socket buffer
+constexpr char kDriverName[] = "sw_sync";
+
+struct FileKey {
+    dev_t dev;
+    ino_t ino;
+    bool operator==(const FileKey& o) const { return dev == o.dev && ino == o.ino; }
+};
+
+struct FileKeyHash {
+    size_t operator()(const FileKey& k) const {
+        return std::hash<uint64_t>()(static_cast<uint64_t>(k.ino) * 31 + k.dev);
+    }
+};
+
+// One point of a fence: the record a sync_file_info caller sees, plus what merging needs.
+struct StoredPoint {
+    struct sync_fence_info info;
+    uint64_t timelineId;
+    uint32_t value;
+    uint32_t pad;
+};
+
+// The message a signalled fence holds: this header, then header.file.num_fences points.
+struct MessageHeader {
+    uint64_t magic;
+    struct sync_file_info file;
+};
+
+struct Timeline;
+
+// What an epoll event points at.
+struct Watched {
+    bool isTimeline;
+    int ownFd = -1;
+};
+
+struct PendingFence : Watched {
+    PendingFence() : Watched{false} {}
+    FileKey key{};
+    char name[32] = {};
+    std::vector<StoredPoint> points;
+    std::vector<Timeline*> timelines;  // per point; null once the point has signalled
+    size_t remaining = 0;
+};
+
+struct PendingRef {
+    PendingFence* fence;
+    size_t index;
+};
+
+struct Timeline : Watched {
+    Timeline() : Watched{true} {}
+    FileKey key{};
+    uint64_t id = 0;
+    uint32_t value = 0;
+    char name[32] = {};
+    std::vector<PendingRef> pending;
+};
+
+// The state of a fence read for a merge or an information request.
+struct FenceState {
+    char name[32] = {};
+    std::vector<StoredPoint> points;
+    std::vector<Timeline*> timelines;
+};
+
+struct Registry {
+    std::mutex lock;
+    int epollFd = -1;
+    uint64_t nextTimelineId = 1;
+    std::unordered_map<FileKey, std::unique_ptr<Timeline>, FileKeyHash> timelines;
+    std::unordered_map<FileKey, std::unique_ptr<PendingFence>, FileKeyHash> fences;
+};
+
+// Set once the first emulated timeline exists; until then no descriptor can be emulated and
+// the lookups are skipped.
+std::atomic<bool> sInUse{false};
+
+// Never destroyed: fences may be used from other libraries' static destructors.
+Registry& registry() {
+    static Registry* r = new Registry;
+    return *r;
+}
+
+uint64_t monotonicNs() {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
+}
+
+// Whether a point at `point` has been reached by a timeline at `value`, across wrap-around.
+bool reached(uint32_t point, uint32_t value) {
+    return static_cast<int32_t>(point - value) <= 0;
+}
+
+bool keyOf(int fd, FileKey* key) {
+    struct stat st{};
+    if (fstat(fd, &st) != 0 || !S_ISSOCK(st.st_mode)) return false;
+    *key = {st.st_dev, st.st_ino};
+    return true;
+}
+
+void copyName(char (&dst)[32], const char* src) {
+    memset(dst, 0, sizeof(dst));
+    if (src != nullptr) strncpy(dst, src, sizeof(dst) - 1);
+}
+
+// A fence is active while any point is; once all have signalled, the first error is its status.
+int32_t statusOf(const std::vector<StoredPoint>& points) {
+    int32_t status = 1;
+    for (const StoredPoint& p : points) {
+        if (p.info.status == 0) return 0;
+        if (p.info.status < 0 && status == 1) status = p.info.status;
+    }
+    return status;
+}
+
+void closeOwnEnd(Registry& r, Watched* w) {
+    epoll_ctl(r.epollFd, EPOLL_CTL_DEL, w->ownFd, nullptr);
+    close(w->ownFd);
+    w->ownFd = -1;
+}
+
+// Hands the records to the caller's end. A failure (the caller has already closed the fence)
+// leaves nothing to do: closing the own end still wakes any waiter.
+void sendRecords(int ownFd, const char (&name)[32], const std::vector<StoredPoint>& points) {
+    const size_t size = sizeof(MessageHeader) + points.size() * sizeof(StoredPoint);
+    std::unique_ptr<char[]> buffer(new (std::nothrow) char[size]);
+    if (buffer == nullptr) return;
+    MessageHeader header{};
+    header.magic = kMagic;
+    memcpy(header.file.name, name, sizeof(header.file.name));
+    header.file.status = statusOf(points);
+    header.file.num_fences = static_cast<uint32_t>(points.size());
+    memcpy(buffer.get(), &header, sizeof(header));
+    if (!points.empty())
+        memcpy(buffer.get() + sizeof(header), points.data(), points.size() * sizeof(StoredPoint));
+    send(ownFd, buffer.get(), size, MSG_NOSIGNAL | MSG_DONTWAIT);
+}
+
+void completeFenceLocked(Registry& r, PendingFence* f) {
+    sendRecords(f->ownFd, f->name, f->points);
+    closeOwnEnd(r, f);
+    r.fences.erase(f->key);
+}
+
+void signalPointLocked(Registry& r, const PendingRef& ref, int32_t status, uint64_t now) {
+    PendingFence* f = ref.fence;
+    f->points[ref.index].info.status = status;
+    f->points[ref.index].info.timestamp_ns = now;
+    f->timelines[ref.index] = nullptr;
+    if (--f->remaining == 0) completeFenceLocked(r, f);
+}
+
+// A pending fence whose every caller descriptor is closed: nobody can wait on it any more.
+void dropFenceLocked(Registry& r, PendingFence* f) {
+    for (size_t i = 0; i < f->timelines.size(); ++i) {
+        Timeline* t = f->timelines[i];
+        if (t == nullptr) continue;
+        auto& refs = t->pending;
+        refs.erase(std::remove_if(refs.begin(), refs.end(),
+                                  [f](const PendingRef& p) { return p.fence == f; }),
+                   refs.end());
+    }
+    closeOwnEnd(r, f);
+    r.fences.erase(f->key);
+}
+
+// A timeline whose every caller descriptor is closed: its pending points signal with -ENOENT.
+void destroyTimelineLocked(Registry& r, Timeline* t) {
+    const std::vector<PendingRef> refs = std::move(t->pending);
+    const uint64_t now = monotonicNs();
+    for (const PendingRef& ref : refs) signalPointLocked(r, ref, -ENOENT, now);
+    closeOwnEnd(r, t);
+    r.timelines.erase(t->key);
+}
+
+// One event per epoll_wait: handling an event can free objects that later events of the same
+// batch would point at, while a removed descriptor is never reported again.
+void reapLocked(Registry& r) {
+    epoll_event ev{};
+    while (epoll_wait(r.epollFd, &ev, 1, 0) == 1) {
+        Watched* w = static_cast<Watched*>(ev.data.ptr);
+        if (w->isTimeline) destroyTimelineLocked(r, static_cast<Timeline*>(w));
+        else dropFenceLocked(r, static_cast<PendingFence*>(w));
+    }
+}
+
+bool watch(Registry& r, Watched* w) {
+    epoll_event ev{};
+    ev.events = EPOLLRDHUP;
+    ev.data.ptr = w;
+    return epoll_ctl(r.epollFd, EPOLL_CTL_ADD, w->ownFd, &ev) == 0;
+}
+
+// Makes a fence holding `state`'s points; returns the caller's descriptor or -1 with errno.
+int makeFenceLocked(Registry& r, FenceState&& state) {
+    auto f = std::make_unique<PendingFence>();
+    memcpy(f->name, state.name, sizeof(f->name));
+    f->points = std::move(state.points);
+    f->timelines = std::move(state.timelines);
+    for (Timeline* t : f->timelines)
+        if (t != nullptr) ++f->remaining;
+
+    // Everything that can throw happens before the first descriptor exists.
+    for (Timeline* t : f->timelines)
+        if (t != nullptr && t->pending.size() == t->pending.capacity())
+            t->pending.reserve(2 * t->pending.size() + 4);
+    r.fences.reserve(r.fences.size() + 1);
+
+    int sv[2];
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return -1;
+    f->ownFd = sv[1];
+    if (f->remaining == 0) {
+        sendRecords(sv[1], f->name, f->points);
+        close(sv[1]);
+        return sv[0];
+    }
+    if (!keyOf(sv[0], &f->key) || !watch(r, f.get())) {
+        const int saved = errno;
+        close(sv[0]);
+        close(sv[1]);
+        errno = saved;
+        return -1;
+    }
+    for (size_t i = 0; i < f->timelines.size(); ++i)
+        if (f->timelines[i] != nullptr) f->timelines[i]->pending.push_back({f.get(), i});
+    PendingFence* raw = f.get();
+    r.fences.emplace(raw->key, std::move(f));
+    return sv[0];
+}
+
+// Reads the state of the emulated fence `fd`; false when `fd` is not one.
+bool readFenceLocked(Registry& r, int fd, FenceState* out) {
+    FileKey key;
+    if (!keyOf(fd, &key)) return false;
+    if (auto it = r.fences.find(key); it != r.fences.end()) {
+        memcpy(out->name, it->second->name, sizeof(out->name));
+        out->points = it->second->points;
+        out->timelines = it->second->timelines;
+        return true;
+    }
+    MessageHeader header{};
+    if (recv(fd, &header, sizeof(header), MSG_PEEK | MSG_DONTWAIT) !=
+                static_cast<ssize_t>(sizeof(header)) ||
+        header.magic != kMagic || header.file.num_fences > kMaxPoints) {
+        return false;
+    }
+    const size_t n = header.file.num_fences;
+    const size_t size = sizeof(MessageHeader) + n * sizeof(StoredPoint);
+    std::vector<char> buffer(size);
+    if (recv(fd, buffer.data(), size, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(size))
+        return false;
+    memcpy(out->name, header.file.name, sizeof(out->name));
+    out->points.resize(n);
+    if (n != 0)
+        memcpy(out->points.data(), buffer.data() + sizeof(MessageHeader), n * sizeof(StoredPoint));
+    out->timelines.assign(n, nullptr);
+    return true;
+}
+
+Timeline* findTimelineLocked(Registry& r, int fd) {
+    FileKey key;
+    if (!keyOf(fd, &key)) return nullptr;
+    auto it = r.timelines.find(key);
+    return it == r.timelines.end() ? nullptr : it->second.get();
+}
+
+// Runs `op` under the lock after reaping; an allocation failure gives `failure` with ENOMEM.
+template <typename T, typename Op>
+std::optional<T> locked(T failure, Op&& op) {
+    if (!sInUse.load(std::memory_order_acquire)) return std::nullopt;
+    Registry& r = registry();
+    try {
+        std::lock_guard<std::mutex> guard(r.lock);
+        reapLocked(r);
+        return op(r);
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return failure;
+    }
+}
+
+}  // namespace
+
+int emulatedTimelineCreate() {
+    Registry& r = registry();
+    try {
+        std::lock_guard<std::mutex> guard(r.lock);
+        if (r.epollFd < 0) {
+            r.epollFd = epoll_create1(EPOLL_CLOEXEC);
+            if (r.epollFd < 0) return -1;
+        }
+        reapLocked(r);
+        auto t = std::make_unique<Timeline>();
+        t->id = r.nextTimelineId++;
+        // Timelines are named after the thread that made them, as the kernel's are.
+        char comm[17] = {};
+        prctl(PR_GET_NAME, comm);
+        copyName(t->name, comm);
+        r.timelines.reserve(r.timelines.size() + 1);
+        int sv[2];
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return -1;
+        t->ownFd = sv[1];
+        if (!keyOf(sv[0], &t->key) || !watch(r, t.get())) {
+            const int saved = errno;
+            close(sv[0]);
+            close(sv[1]);
+            errno = saved;
+            return -1;
+        }
+        Timeline* raw = t.get();
+        r.timelines.emplace(raw->key, std::move(t));
+        sInUse.store(true, std::memory_order_release);
+        return sv[0];
+    } catch (const std::bad_alloc&) {
+        errno = ENOMEM;
+        return -1;
+    }
+}
+
+std::optional<int> emulatedFenceCreate(int timeline, const char* name, unsigned value) {
+    return locked<int>(-1, [&](Registry& r) -> std::optional<int> {
+        Timeline* t = findTimelineLocked(r, timeline);
+        if (t == nullptr) return std::nullopt;
+        FenceState state;
+        copyName(state.name, name);
+        StoredPoint p{};
+        memcpy(p.info.obj_name, t->name, sizeof(p.info.obj_name));
+        copyName(p.info.driver_name, kDriverName);
+        p.timelineId = t->id;
+        p.value = value;
+        if (reached(value, t->value)) {
+            p.info.status = 1;
+            p.info.timestamp_ns = monotonicNs();
+            state.timelines.push_back(nullptr);
+        } else {
+            state.timelines.push_back(t);
+        }
+        state.points.push_back(p);
+        return makeFenceLocked(r, std::move(state));
+    });
+}
+
+std::optional<int> emulatedTimelineInc(int timeline, unsigned count) {
+    return locked<int>(-1, [&](Registry& r) -> std::optional<int> {
+        Timeline* t = findTimelineLocked(r, timeline);
+        if (t == nullptr) return std::nullopt;
+        t->value += count;
+        std::vector<PendingRef> due;
+        auto& refs = t->pending;
+        auto keep = std::partition(refs.begin(), refs.end(), [t](const PendingRef& p) {
+            return !reached(p.fence->points[p.index].value, t->value);
+        });
+        due.assign(keep, refs.end());
+        refs.erase(keep, refs.end());
+        const uint64_t now = monotonicNs();
+        // Each due point belongs to a different fence, so completing one frees no other.
+        for (const PendingRef& ref : due) signalPointLocked(r, ref, 1, now);
+        return 0;
+    });
+}
+
+std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
+    return locked<int>(-1, [&](Registry& r) -> std::optional<int> {
+        FenceState a, b;
+        const bool isA = readFenceLocked(r, fd1, &a);
+        const bool isB = fd2 == fd1 ? isA : readFenceLocked(r, fd2, &b);
+        if (!isA && !isB) return std::nullopt;
+        if (!isA || !isB) {
+            errno = EINVAL;  // an emulated fence cannot be merged with a kernel one
+            return -1;
+        }
+        if (fd2 == fd1) b = a;
+        // One point per timeline, the later one: the earlier is implied by it.
+        FenceState merged;
+        copyName(merged.name, name);
+        merged.points = std::move(a.points);
+        merged.timelines = std::move(a.timelines);
+        for (size_t i = 0; i < b.points.size(); ++i) {
+            const StoredPoint& p = b.points[i];
+            auto it = std::find_if(
+                    merged.points.begin(), merged.points.end(),
+                    [&p](const StoredPoint& q) { return q.timelineId == p.timelineId; });
+            if (it == merged.points.end()) {
+                merged.points.push_back(p);
+                merged.timelines.push_back(b.timelines[i]);
+                continue;
+            }
+            const int32_t later = static_cast<int32_t>(p.value - it->value);
+            if (later > 0 || (later == 0 && it->info.status == 0 && p.info.status != 0)) {
+                const size_t at = static_cast<size_t>(it - merged.points.begin());
+                *it = p;
+                merged.timelines[at] = b.timelines[i];
+            }
+        }
+        if (merged.points.size() > kMaxPoints) {
+            errno = ENOMEM;
+            return -1;
+        }
+        return makeFenceLocked(r, std::move(merged));
+    });
+}
+
+std::optional<struct sync_file_info*> emulatedFileInfo(int fd) {
+    return locked<struct sync_file_info*>(
+            nullptr, [&](Registry& r) -> std::optional<struct sync_file_info*> {
+                FenceState state;
+                if (!readFenceLocked(r, fd, &state)) return std::nullopt;
+                const size_t n = state.points.size();
+                auto* info = static_cast<struct sync_file_info*>(
+                        calloc(1, sizeof(struct sync_file_info) + n * sizeof(sync_fence_info)));
+                if (info == nullptr) {
+                    errno = ENOMEM;
+                    return nullptr;
+                }
+                memcpy(info->name, state.name, sizeof(info->name));
+                info->status = statusOf(state.points);
+                info->num_fences = static_cast<uint32_t>(n);
+                auto* records = reinterpret_cast<struct sync_fence_info*>(info + 1);
+                for (size_t i = 0; i < n; ++i) records[i] = state.points[i].info;
+                info->sync_fence_info = reinterpret_cast<uintptr_t>(records);
+                return info;
+            });
+}
+
+}  // namespace zorcam_sync

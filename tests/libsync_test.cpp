@@ -1,0 +1,281 @@
+// The host libsync: sync_wait's contract and the in-process sw_sync emulation (forced on here
+// even where the kernel has the driver).
+
+#include "FdCount.h"
+
+#include <android/sw_sync.h>
+#include <android/sync.h>
+
+#include <errno.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace {
+const int sForceEmulation = setenv("ZORCAM_SW_SYNC", "emulated", 1);
+
+// A virtual monotonic clock and a scripted poll take the C library's place while armed.
+bool sFakeClock = false;
+int64_t sNowNs = 0;
+std::function<int(struct pollfd*, nfds_t, int)> sPoll;
+
+int realPoll(struct pollfd* fds, nfds_t n, int timeout) {
+    struct timespec ts = {timeout / 1000, (timeout % 1000) * 1000000L};
+    return ppoll(fds, n, timeout < 0 ? nullptr : &ts, nullptr);
+}
+}  // namespace
+
+extern "C" int clock_gettime(clockid_t clock, struct timespec* ts) noexcept {
+    if (!sFakeClock || clock != CLOCK_MONOTONIC)
+        return static_cast<int>(syscall(SYS_clock_gettime, clock, ts));
+    *ts = {sNowNs / 1000000000, sNowNs % 1000000000};
+    return 0;
+}
+
+extern "C" int poll(struct pollfd* fds, nfds_t n, int timeout) {
+    return sPoll ? sPoll(fds, n, timeout) : realPoll(fds, n, timeout);
+}
+
+namespace {
+
+bool readable(int fd) {
+    struct pollfd pfd = {fd, POLLIN, 0};
+    return realPoll(&pfd, 1, 0) == 1 && (pfd.revents & POLLIN);
+}
+
+struct Info {
+    std::string name;
+    int32_t status = 99;
+    std::vector<sync_fence_info> records;
+};
+
+Info infoOf(int fd) {
+    Info out;
+    struct sync_file_info* info = sync_file_info(fd);
+    if (info == nullptr) return out;
+    out.name.assign(info->name, strnlen(info->name, sizeof(info->name)));
+    out.status = info->status;
+    const sync_fence_info* r = sync_get_fence_info(info);
+    out.records.assign(r, r + info->num_fences);
+    sync_file_info_free(info);
+    return out;
+}
+
+class LibsyncTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(sForceEmulation, 0);
+        mTimeline = newTimeline();
+    }
+    void TearDown() override {
+        sPoll = nullptr;
+        sFakeClock = false;
+        for (int fd : mFds) close(fd);
+    }
+    // Descriptors the fixture closes at the end.
+    int own(int fd) {
+        EXPECT_GE(fd, 0);
+        mFds.push_back(fd);
+        return fd;
+    }
+    int newTimeline() { return own(sw_sync_timeline_create()); }
+    int fenceAt(unsigned value, int timeline = -1, const char* name = "fence") {
+        return own(sw_sync_fence_create(timeline < 0 ? mTimeline : timeline, name, value));
+    }
+    void advance(unsigned n = 1, int timeline = -1) {
+        ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline : timeline, n), 0);
+    }
+
+    int mTimeline = -1;
+    std::vector<int> mFds;
+};
+
+TEST_F(LibsyncTest, FencesTurnReadableWhenTheTimelineReachesThem) {
+    const int f = fenceAt(2);
+    const int copy = own(dup(f));
+    advance();
+    EXPECT_FALSE(readable(f));
+    EXPECT_EQ(sync_wait(f, 0), -1);
+    EXPECT_EQ(errno, ETIME);
+    advance();
+    EXPECT_TRUE(readable(f));
+    EXPECT_TRUE(readable(copy));
+    EXPECT_EQ(sync_wait(f, -1), 0);
+    EXPECT_TRUE(readable(f));              // waiting does not consume the signal
+    EXPECT_TRUE(readable(fenceAt(2)));     // a point already reached
+    EXPECT_FALSE(readable(fenceAt(3)));
+
+    EXPECT_EQ(sync_wait(-1, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+    const int closed = dup(f);
+    close(closed);
+    EXPECT_EQ(sync_wait(closed, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
+    const int pending = fenceAt(1);
+    sFakeClock = true;
+    struct Case {
+        int error;
+        int64_t lostNs;
+        int timeout;
+        std::vector<int> polls;
+    };
+    for (const Case& c : {Case{EINTR, 30000000, 100, {100, 70}},
+                          Case{EAGAIN, 29500000, 100, {100, 71}},
+                          Case{EINTR, 150000000, 100, {100, 0}},
+                          Case{EINTR, 30000000, -1, {-1, -1}}}) {
+        SCOPED_TRACE(std::to_string(c.error) + "/" + std::to_string(c.lostNs));
+        std::vector<int> polls;
+        sPoll = [&](struct pollfd* fds, nfds_t n, int timeout) {
+            polls.push_back(timeout);
+            if (polls.size() > 1) return realPoll(fds, n, 0);
+            sNowNs += c.lostNs;
+            errno = c.error;
+            return -1;
+        };
+        EXPECT_EQ(sync_wait(pending, c.timeout), -1);
+        EXPECT_EQ(errno, ETIME);
+        EXPECT_EQ(polls, c.polls);
+    }
+    sPoll = [](struct pollfd*, nfds_t, int) {
+        errno = ENOMEM;
+        return -1;
+    };
+    EXPECT_EQ(sync_wait(pending, 10), -1);
+    EXPECT_EQ(errno, ENOMEM);
+}
+
+TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
+    char comm[17] = {};
+    prctl(PR_GET_NAME, comm);
+    sFakeClock = true;
+    const int other = newTimeline();
+    const int a = fenceAt(1, -1, "a-fence-name-longer-than-the-31-bytes-kept");
+    const int b = fenceAt(1, other);
+    Info info = infoOf(a);
+    EXPECT_EQ(info.name, "a-fence-name-longer-than-the-31");
+    EXPECT_EQ(info.status, 0);
+    ASSERT_EQ(info.records.size(), 1u);
+    EXPECT_STREQ(info.records[0].obj_name, comm);
+    EXPECT_STREQ(info.records[0].driver_name, "sw_sync");
+    EXPECT_EQ(info.records[0].status, 0);
+    EXPECT_EQ(info.records[0].timestamp_ns, 0u);
+
+    sNowNs = 2000000000;
+    advance();
+    const int m = own(sync_merge("merged", a, b));
+    info = infoOf(m);
+    EXPECT_EQ(info.status, 0);
+    ASSERT_EQ(info.records.size(), 2u);
+    EXPECT_EQ(info.records[0].status, 1);
+    EXPECT_EQ(info.records[0].timestamp_ns, 2000000000u);
+    EXPECT_EQ(info.records[1].status, 0);
+
+    sNowNs = 3000000000;
+    advance(1, other);
+    for (int fd : {m, own(dup(m))}) {
+        info = infoOf(fd);
+        EXPECT_EQ(info.name, "merged");
+        EXPECT_EQ(info.status, 1);
+        ASSERT_EQ(info.records.size(), 2u);
+        EXPECT_EQ(info.records[0].timestamp_ns, 2000000000u);
+        EXPECT_EQ(info.records[1].timestamp_ns, 3000000000u);
+        EXPECT_STREQ(info.records[1].driver_name, "sw_sync");
+    }
+}
+
+TEST_F(LibsyncTest, MergeKeepsTheLaterPointOfEachTimeline) {
+    const int early = fenceAt(3), late = fenceAt(5);
+    const int m = own(sync_merge("m", early, late));
+    const int self = own(sync_merge("self", early, early));
+    EXPECT_NE(self, early);
+    EXPECT_EQ(infoOf(m).records.size(), 1u);
+    advance(3);
+    EXPECT_TRUE(readable(self));
+    EXPECT_FALSE(readable(m));
+    const int mixed = own(sync_merge("mixed", late, early));  // signalled with later pending
+    ASSERT_EQ(infoOf(mixed).records.size(), 1u);
+    EXPECT_EQ(infoOf(mixed).records[0].status, 0);
+    advance(2);
+    EXPECT_TRUE(readable(m));
+    EXPECT_TRUE(readable(mixed));
+    EXPECT_TRUE(readable(own(sync_merge("done", m, early))));
+}
+
+TEST_F(LibsyncTest, DupIsTheSameSyncFile) {
+    const int original = sw_sync_fence_create(mTimeline, "shared", 1);
+    const int copy = own(dup(original));
+    close(original);
+    advance(0);  // a call that would drop a fence nobody holds
+    const int merged = own(sync_merge("from-copy", copy, copy));
+    advance();
+    EXPECT_TRUE(readable(copy));
+    EXPECT_TRUE(readable(merged));
+    EXPECT_EQ(infoOf(copy).name, "shared");
+}
+
+TEST_F(LibsyncTest, ClosingTheLastDescriptorFreesTheFence) {
+    const int other = newTimeline();
+    const int before = zorcam_test::openFdCount();
+    const int signalled = sw_sync_fence_create(mTimeline, "s", 1);
+    advance();
+    close(signalled);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);  // freed by the close itself
+
+    // Pending ones, merged across timelines too, are freed by the next call.
+    for (unsigned i = 0; i < 8; ++i) {
+        const int a = sw_sync_fence_create(mTimeline, "a", 10 + i);
+        const int o = sw_sync_fence_create(other, "o", 5);
+        close(sync_merge("m", a, o));
+        close(a);
+        close(o);
+    }
+    advance(0);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);
+    advance(100);  // the timelines keep nothing of them
+    advance(100, other);
+    EXPECT_EQ(zorcam_test::openFdCount(), before);
+}
+
+TEST_F(LibsyncTest, ClosingATimelineSignalsItsFencesWithAnError) {
+    const int doomedTimeline = sw_sync_timeline_create();
+    const int doomed = fenceAt(1, doomedTimeline);
+    const int both = own(sync_merge("both", doomed, fenceAt(1)));
+    close(doomedTimeline);
+    Info info = infoOf(doomed);
+    EXPECT_TRUE(readable(doomed));
+    EXPECT_EQ(info.status, -ENOENT);
+    ASSERT_EQ(info.records.size(), 1u);
+    EXPECT_EQ(info.records[0].status, -ENOENT);
+    EXPECT_EQ(infoOf(both).status, 0);  // still waiting for its other point
+    EXPECT_FALSE(readable(both));
+    advance();
+    EXPECT_EQ(infoOf(both).status, -ENOENT);
+    EXPECT_TRUE(readable(both));
+}
+
+TEST_F(LibsyncTest, TimelineValuesWrapAround) {
+    advance(UINT_MAX - 1);
+    const int last = fenceAt(UINT_MAX), wrapped = fenceAt(1);
+    EXPECT_FALSE(readable(last));
+    advance();
+    EXPECT_TRUE(readable(last));
+    EXPECT_FALSE(readable(wrapped));
+    advance(2);
+    EXPECT_TRUE(readable(wrapped));
+}
+
+}  // namespace
