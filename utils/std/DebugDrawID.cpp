@@ -228,22 +228,25 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     const Fill bgFill(static_cast<unsigned char>(bg));
     const Fill fgFill(static_cast<unsigned char>(fg));
     uint8_t* const plane = reinterpret_cast<uint8_t*>(buffer);
-    // Rows are written top to bottom, each whole before the next, so that where a wide stamp
-    // runs into the following rows the later row is the one that stays.
+    // Rows are written top to bottom, each before the next, so that where a stamp is wider
+    // than the stride the later row is the one that stays. Such a row is written only up to
+    // where the next row starts, as the next row overwrites the rest anyway; that keeps the
+    // work within the buffer's size even for a zero stride.
     for (unsigned r = 0; r < kGlyphRows; ++r) {
-        if (boxWidth <= kScratchBytes) {
-            composeDigitRow(number, digit, s, r, 0, boxWidth, bgFill, fgFill, scratch);
-            for (uint64_t j = 0; j < s; ++j) {
-                memcpy(plane + x + (y + r * s + j) * stride, scratch, boxWidth);
-            }
-            continue;
-        }
+        const bool composed = boxWidth <= kScratchBytes;
+        if (composed) composeDigitRow(number, digit, s, r, 0, boxWidth, bgFill, fgFill, scratch);
         for (uint64_t j = 0; j < s; ++j) {
-            uint8_t* const row = plane + x + (y + r * s + j) * stride;
-            for (uint64_t begin = 0; begin < boxWidth; begin += kScratchBytes) {
-                const uint64_t pieceEnd = std::min(boxWidth, begin + kScratchBytes);
+            const uint64_t row = r * s + j;
+            const uint64_t n = row + 1 == rows ? boxWidth : std::min<uint64_t>(stride, boxWidth);
+            uint8_t* const out = plane + x + (y + row) * stride;
+            if (composed) {
+                memcpy(out, scratch, n);
+                continue;
+            }
+            for (uint64_t begin = 0; begin < n; begin += kScratchBytes) {
+                const uint64_t pieceEnd = std::min(n, begin + kScratchBytes);
                 composeDigitRow(number, digit, s, r, begin, pieceEnd, bgFill, fgFill, scratch);
-                memcpy(row + begin, scratch, pieceEnd - begin);
+                memcpy(out + begin, scratch, pieceEnd - begin);
             }
         }
     }
@@ -275,19 +278,28 @@ void DebugDrawID::draw(std::string text, unsigned int x, unsigned int y, char* b
         return;
     }
 
+    if (boxWidth == 0) return;
+
     const uint8_t bgValue = static_cast<unsigned char>(bg);
     const uint8_t fgValue = static_cast<unsigned char>(fg);
     uint8_t* const plane = reinterpret_cast<uint8_t*>(buffer);
-    for (uint64_t i = 0; i < kGlyphRows * s; ++i) {
+    const uint64_t rows = kGlyphRows * s;
+    for (uint64_t i = 0; i < rows; ++i) {
         uint8_t* out = plane + x + (y + i) * stride;
+        // As in the numeric stamp, a row stops where the next row starts; the last row, and
+        // every row when the stride is wide enough, is written whole.
+        uint64_t room = i + 1 == rows ? boxWidth : std::min<uint64_t>(stride, boxWidth);
         const uint64_t r = i / s;
         for (const char c : text) {
             const uint8_t* glyph = textGlyph(static_cast<unsigned char>(c));
             if (glyph == nullptr) continue;
-            for (unsigned column = 0; column < kTextColumns; ++column) {
-                memset(out, glyph[r * kTextColumns + column] ? fgValue : bgValue, s);
-                out += s;
+            for (unsigned column = 0; column < kTextColumns && room > 0; ++column) {
+                const uint64_t n = std::min(s, room);
+                memset(out, glyph[r * kTextColumns + column] ? fgValue : bgValue, n);
+                out += n;
+                room -= n;
             }
+            if (room == 0) break;
         }
     }
 }
