@@ -141,7 +141,8 @@ TEST_F(DebugScanLineTest, SettingsChooseValueBandStripeAndFullBuffer) {
     set("fullscreen", "1");
     for (int call = 0; call < 2; ++call) {
         frame(p, 40);
-        for (int i = 0; i < p.size; ++i) ASSERT_EQ(p.bytes[i], i % 64 >= 3 && i % 64 < 13 ? 232 : 0);
+        for (int i = 0; i < p.size; ++i)
+            ASSERT_EQ(p.bytes[i], i % 64 >= 3 && i % 64 < 13 ? 232 : 0);
     }
 
     // Fullscreen without a width: every byte of the buffer, past stride * height as well.
