@@ -73,9 +73,6 @@ constexpr uint8_t kTextFont[36][kGlyphRows * kTextColumns] = {
     {1,1,1,1,1,0,  0,0,0,1,0,0,  0,0,1,0,0,0,  0,1,0,0,0,0,  1,1,1,1,1,0},  // Z
 };
 
-constexpr uint32_t kPow10[10] = {1,      10,      100,      1000,      10000,
-                                 100000, 1000000, 10000000, 100000000, 1000000000};
-
 // One row of the numeric stamp is composed here before it is copied to the cell's rows.
 // Rows wider than this are composed and copied in pieces. The slack lets a cell of up to
 // kFastCell bytes be filled with one fixed-size store that the next cell overwrites.
@@ -98,11 +95,26 @@ bool boxEnd(uint64_t x, uint64_t y, uint64_t rows, uint64_t stride, uint64_t wid
     return true;
 }
 
-// Value of position k (0 = leftmost) of a stamp that shows the `digits` lowest digits.
-unsigned digitAt(uint32_t number, uint64_t digits, uint64_t k) {
-    const uint64_t power = digits - 1 - k;
-    return power >= 10 ? 0 : (number / kPow10[power]) % 10;
-}
+// The digits a stamp shows: a 32-bit number has at most ten, so every position further left
+// than that shows 0.
+class ShownDigits {
+public:
+    ShownDigits(uint32_t number, uint64_t count) : mCount(count) {
+        for (uint8_t& d : mLow) {
+            d = static_cast<uint8_t>(number % 10);
+            number /= 10;
+        }
+    }
+    // Value at position k, 0 being the leftmost.
+    unsigned at(uint64_t k) const {
+        const uint64_t power = mCount - 1 - k;
+        return power >= 10 ? 0 : mLow[power];
+    }
+
+private:
+    uint64_t mCount;
+    uint8_t mLow[10];
+};
 
 struct Fill {
     uint8_t mValue;
@@ -112,18 +124,29 @@ struct Fill {
 
 // Composes bytes [begin, end) of glyph row r of the numeric stamp into out. out must have
 // kFastCell bytes of room past end - begin.
-void composeDigitRow(uint32_t number, uint64_t digits, uint64_t size, unsigned r,
-                     uint64_t begin, uint64_t end, const Fill& bg, const Fill& fg,
-                     uint8_t* out) {
+void composeDigitRow(const ShownDigits& digits, uint64_t size, unsigned r, uint64_t begin,
+                     uint64_t end, const Fill& bg, const Fill& fg, uint8_t* out) {
+    if (begin == 0 && size <= kFastCell && end % (kDigitColumns * size) == 0) {
+        // Whole digits of small cells, the usual case: one fixed-size store per cell, each
+        // spilling into the next cell, which is stored after it.
+        for (uint64_t k = 0; k < end / (kDigitColumns * size); ++k) {
+            const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
+            for (unsigned column = 0; column < kDigitColumns; ++column) {
+                memcpy(out, (glyph[column] ? fg : bg).mWide, kFastCell);
+                out += size;
+            }
+        }
+        return;
+    }
     uint64_t cell = begin / size;
     uint64_t pos = begin;
     uint64_t k = cell / kDigitColumns;
-    const uint8_t* glyph = kDigitFont[digitAt(number, digits, k)] + r * kDigitColumns;
+    const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
     while (pos < end) {
         const uint64_t column = cell % kDigitColumns;
         if (column == 0 && cell / kDigitColumns != k) {
             k = cell / kDigitColumns;
-            glyph = kDigitFont[digitAt(number, digits, k)] + r * kDigitColumns;
+            glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
         }
         const Fill& f = glyph[column] ? fg : bg;
         const uint64_t cellEnd = std::min((cell + 1) * size, end);
@@ -227,6 +250,7 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     uint8_t scratch[kScratchBytes + kFastCell];
     const Fill bgFill(static_cast<unsigned char>(bg));
     const Fill fgFill(static_cast<unsigned char>(fg));
+    const ShownDigits shown(number, digit);
     uint8_t* const plane = reinterpret_cast<uint8_t*>(buffer);
     // Rows are written top to bottom, each before the next, so that where a stamp is wider
     // than the stride the later row is the one that stays. Such a row is written only up to
@@ -234,7 +258,7 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     // work within the buffer's size even for a zero stride.
     for (unsigned r = 0; r < kGlyphRows; ++r) {
         const bool composed = boxWidth <= kScratchBytes;
-        if (composed) composeDigitRow(number, digit, s, r, 0, boxWidth, bgFill, fgFill, scratch);
+        if (composed) composeDigitRow(shown, s, r, 0, boxWidth, bgFill, fgFill, scratch);
         for (uint64_t j = 0; j < s; ++j) {
             const uint64_t row = r * s + j;
             const uint64_t n = row + 1 == rows ? boxWidth : std::min<uint64_t>(stride, boxWidth);
@@ -245,7 +269,7 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
             }
             for (uint64_t begin = 0; begin < n; begin += kScratchBytes) {
                 const uint64_t pieceEnd = std::min(n, begin + kScratchBytes);
-                composeDigitRow(number, digit, s, r, begin, pieceEnd, bgFill, fgFill, scratch);
+                composeDigitRow(shown, s, r, begin, pieceEnd, bgFill, fgFill, scratch);
                 memcpy(out + begin, scratch, pieceEnd - begin);
             }
         }
