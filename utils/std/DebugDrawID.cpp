@@ -75,9 +75,10 @@ constexpr uint8_t kTextFont[36][kGlyphRows * kTextColumns] = {
 
 // One row of the numeric stamp is composed here before it is copied to the cell's rows.
 // Rows wider than this are composed and copied in pieces. The slack lets a cell of up to
-// kFastCell bytes be filled with one fixed-size store that the next cell overwrites.
+// kWideCell bytes be filled with one fixed-size store that the next cell overwrites.
 constexpr uint64_t kScratchBytes = 4096;
 constexpr uint64_t kFastCell = 16;
+constexpr uint64_t kWideCell = 64;
 
 // End offset (one past the last byte) of a box whose top-left byte is x of row y, `rows`
 // rows high and `width` bytes wide, as x + (y + rows - 1) * stride + width. false when it does
@@ -118,23 +119,35 @@ private:
 
 struct Fill {
     uint8_t mValue;
-    uint8_t mWide[kFastCell];  // mValue repeated, for the fixed-size store
+    uint8_t mWide[kWideCell];  // mValue repeated, for the fixed-size stores
     explicit Fill(uint8_t value) : mValue(value) { memset(mWide, value, sizeof(mWide)); }
 };
 
+// Composes glyph row r of `count` whole digits into out with one store of kStore bytes per
+// cell, each spilling into the next cell, which is stored after it.
+template <uint64_t kStore>
+void composeWholeDigits(const ShownDigits& digits, uint64_t count, uint64_t size, unsigned r,
+                        const Fill& bg, const Fill& fg, uint8_t* out) {
+    for (uint64_t k = 0; k < count; ++k) {
+        const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
+        for (unsigned column = 0; column < kDigitColumns; ++column) {
+            memcpy(out, (glyph[column] ? fg : bg).mWide, kStore);
+            out += size;
+        }
+    }
+}
+
 // Composes bytes [begin, end) of glyph row r of the numeric stamp into out. out must have
-// kFastCell bytes of room past end - begin.
+// kWideCell bytes of room past end - begin.
 void composeDigitRow(const ShownDigits& digits, uint64_t size, unsigned r, uint64_t begin,
                      uint64_t end, const Fill& bg, const Fill& fg, uint8_t* out) {
-    if (begin == 0 && size <= kFastCell && end % (kDigitColumns * size) == 0) {
-        // Whole digits of small cells, the usual case: one fixed-size store per cell, each
-        // spilling into the next cell, which is stored after it.
-        for (uint64_t k = 0; k < end / (kDigitColumns * size); ++k) {
-            const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
-            for (unsigned column = 0; column < kDigitColumns; ++column) {
-                memcpy(out, (glyph[column] ? fg : bg).mWide, kFastCell);
-                out += size;
-            }
+    // Whole digits of cells up to kWideCell bytes, the usual case, take fixed-size stores.
+    if (begin == 0 && size <= kWideCell && end % (kDigitColumns * size) == 0) {
+        const uint64_t count = end / (kDigitColumns * size);
+        if (size <= kFastCell) {
+            composeWholeDigits<kFastCell>(digits, count, size, r, bg, fg, out);
+        } else {
+            composeWholeDigits<kWideCell>(digits, count, size, r, bg, fg, out);
         }
         return;
     }
@@ -247,7 +260,7 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     }
     if (boxWidth == 0) return;
 
-    uint8_t scratch[kScratchBytes + kFastCell];
+    uint8_t scratch[kScratchBytes + kWideCell];
     const Fill bgFill(static_cast<unsigned char>(bg));
     const Fill fgFill(static_cast<unsigned char>(fg));
     const ShownDigits shown(number, digit);
