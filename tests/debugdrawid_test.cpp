@@ -7,6 +7,7 @@
 #include <cutils/properties.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -154,15 +155,17 @@ TEST_F(DebugDrawIDTest, NumericStampShowsTheLowestDigitsInAnOpaqueBox) {
     struct Case { unsigned number, digit, size; const char* shown; };
     const Case cases[] = {{42, 5, 1, "00042"},  {1234567, 5, 2, "34567"},
                           {1234567, 1, 3, "7"}, {1234567890, 10, 1, "1234567890"},
-                          {4294967295u, 12, 1, "004294967295"}};
+                          {4294967295u, 12, 1, "004294967295"}, {90, 2, 20, "90"},
+                          {7, 900, 1, nullptr}};  // wider than one composed piece
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.shown);
-        Plane plane(400, 40);
+        const std::string shown = c.shown ? c.shown : std::string(899, '0') + "7";
+        SCOPED_TRACE(shown.substr(0, 16));
         const unsigned x = 7, y = 3, w = 5 * c.size * c.digit;
+        Plane plane(std::max(400u, w + 16), 5 * c.size + 6);
         DebugDrawID::draw(c.number, c.digit, x, y, plane.data(), 100, 10, plane.stride,
                           plane.size(), c.size, static_cast<char>(kBg), kFg);
         for (int r = 0; r < 5; ++r)
-            EXPECT_EQ(plane.readRow(x, y, c.size, r, 5 * c.digit), digitRow(c.shown, r)) << r;
+            EXPECT_EQ(plane.readRow(x, y, c.size, r, 5 * c.digit), digitRow(shown, r)) << r;
         EXPECT_EQ(plane.changedOutside(x, y, w, 5 * c.size), 0);
     }
     expectNoLines();
