@@ -34,9 +34,10 @@ int32_t pick(FuzzedDataProvider& in) {
     }
 }
 
-const char* const kKeys[] = {"vendor.debug.cam.scanline.value",  "vendor.debug.cam.scanline.height",
-                             "vendor.debug.cam.scanline.width",  "vendor.debug.cam.scanline.widthShift",
-                             "vendor.debug.cam.scanline.speed",  "vendor.debug.cam.scanline.fullscreen"};
+const char* const kKeys[] = {
+        "vendor.debug.cam.scanline.value",      "vendor.debug.cam.scanline.height",
+        "vendor.debug.cam.scanline.width",      "vendor.debug.cam.scanline.widthShift",
+        "vendor.debug.cam.scanline.speed",      "vendor.debug.cam.scanline.fullscreen"};
 
 void setProperty(FuzzedDataProvider& in, const char* key) {
     switch (in.ConsumeIntegralInRange<int>(0, 3)) {

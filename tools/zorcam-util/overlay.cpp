@@ -102,11 +102,10 @@ bool writeGray(const std::string& path, const uint8_t* pixels, int width, int he
 
 // A diagonal luma ramp that stays below the band's default 255 and the stamp's box.
 void fillGradient(std::vector<uint8_t>& plane, int width, int height) {
-    for (int y = 0; y < height; ++y)
-        for (int x = 0; x < width; ++x)
-            plane[static_cast<size_t>(y) * width + x] = static_cast<uint8_t>(
-                    30 + 170 * (static_cast<int64_t>(x) * height + static_cast<int64_t>(y) * width) /
-                                 (2 * static_cast<int64_t>(width) * height));
+    const int64_t w = width, h = height;
+    for (int64_t y = 0; y < h; ++y)
+        for (int64_t x = 0; x < w; ++x)
+            plane[y * w + x] = static_cast<uint8_t>(30 + 170 * (x * h + y * w) / (2 * w * h));
 }
 
 int run(const std::vector<std::string>& args) {
