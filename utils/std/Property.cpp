@@ -19,9 +19,12 @@ namespace {
 constexpr const char* kTag = "ZorCam/Utils";
 
 // Built at load, the lock before the map, and destroyed at exit in the reverse order, so the
-// map never outlives the lock that guards it.
-ZORCAM_INIT_PROPERTY android::RWLock gPropertyMapLock;
-ZORCAM_INIT_PROPERTY android::PropertyMap gPropertyMap;
+// map never outlives the lock that guards it. Each sits on a cache line of its own: every
+// reader writes the lock's reader count, and readers on other cores should not lose the map's
+// header to it.
+constexpr size_t kCacheLine = 64;
+ZORCAM_INIT_PROPERTY alignas(kCacheLine) android::RWLock gPropertyMapLock;
+ZORCAM_INIT_PROPERTY alignas(kCacheLine) android::PropertyMap gPropertyMap;
 
 }  // namespace
 
