@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the normal build, then an AddressSanitizer + UBSan build.
+# Builds and runs every test: the normal build, then an AddressSanitizer + UBSan build, then the
+# property store's concurrency test under ThreadSanitizer.
 # Extra arguments go to ctest (for example -R Format).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -56,5 +57,19 @@ run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
     export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
     run_suite asan -DCMAKE_BUILD_TYPE=Debug -DZORCAM_SANITIZE=ON -DZORCAM_BUILD_BENCH=OFF
+)
+# The property store's concurrency test once more under ThreadSanitizer. Only that program is
+# built and run, which keeps the stage to well under a minute.
+(
+    export TSAN_OPTIONS="halt_on_error=1 suppressions=$root/tests/property_test.tsan.supp"
+    build="$root/build/tsan"
+    echo "== tsan build (property_test)"
+    cmake -S "$root" -B "$build" -G Ninja -DZORCAM_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+          -DZORCAM_BUILD_BENCH=OFF -DCMAKE_C_FLAGS=-fsanitize=thread \
+          -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
+          -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
+    cmake --build "$build" -j "$jobs" --target property_test
+    echo "== tsan tests"
+    timeout 300 "$build/bin/property_test"
 )
 run_fuzz

@@ -12,9 +12,14 @@
 #include <cutils/properties.h>
 #include <hidl/HidlSupport.h>
 #include <hidlmemory/mapping.h>
+#include <kfdv/kfe.h>
+#include <stavex/UnwindBT.h>
+#include <utils/String8.h>
 #include <vendor/velmora/hardware/camera/camdump/1.0/ICamDump.h>
 
 #include <fcntl.h>
+#include <sched.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -289,12 +295,102 @@ bool saveBufToSDFile(char const* fname, unsigned char* buf, unsigned int size) {
 
 // ---- Thread priority
 
+bool setThreadPriority(int policy, int priority) {
+    // pid 0 and PRIO_PROCESS who 0 name the calling thread on Linux, not the whole process.
+    // The kernel's answers are deliberately not examined: a refused change keeps the thread's
+    // scheduling as it was, and callers only ever get true.
+    sched_param param{};
+    if (policy != SCHED_OTHER) {
+        param.sched_priority = priority;
+        sched_setscheduler(0, policy, &param);
+        CAM_ULOGV(ULog::kTag, "[%s] tid(%d) policy(Real-Time:%d) priority(%d)", __func__,
+                  gettid(), policy, priority);
+    } else {
+        sched_setscheduler(0, SCHED_OTHER, &param);
+        setpriority(PRIO_PROCESS, 0, priority);
+        CAM_ULOGV(ULog::kTag, "[%s] tid(%d) policy(SCHED_OTHER:%d) priority(%d)", __func__,
+                  gettid(), policy, priority);
+    }
+    return true;
+}
+
+bool getThreadPriority(int& policy, int& priority) {
+    policy = sched_getscheduler(0);
+    if (policy != SCHED_OTHER) {
+        // A failed read (-1) is reported like a real-time policy, with whatever
+        // sched_getparam yields (0 when it fails too).
+        sched_param param{};
+        sched_getparam(0, &param);
+        priority = param.sched_priority;
+        CAM_ULOGV(ULog::kTag, "[%s] tid(%d) policy(Real-Time:%d) priority(%d)", __func__,
+                  gettid(), policy, priority);
+    } else {
+        priority = getpriority(PRIO_PROCESS, 0);
+        CAM_ULOGV(ULog::kTag, "[%s] tid(%d) policy(SCHED_OTHER:%d) priority(%d)", __func__,
+                  gettid(), policy, priority);
+    }
+    return true;
+}
 
 // ---- Lock helpers
 
+template <typename MutexType>
+bool lockNoexcept(std::unique_lock<MutexType>& /*lk*/) noexcept {
+    return false;
+}
+
+template bool lockNoexcept<std::mutex>(std::unique_lock<std::mutex>& lk) noexcept;
+template bool lockNoexcept<android::Mutex>(std::unique_lock<android::Mutex>& lk) noexcept;
 
 // ---- Fault reports and call stacks
 
+namespace {
+
+// What the exception-report service collects with each report; passed through unchanged.
+constexpr unsigned int kKfeFlags = 0x10802C05;
+
+android::String8 formatKfeMessage(const char* format, va_list ap) {
+    return format != nullptr ? android::String8::formatV(format, ap) : android::String8();
+}
+
+}  // namespace
+
+int triggerKfeWarning(char const* module, char const* /*unused*/, char const* format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    const android::String8 message = formatKfeMessage(format, ap);
+    va_end(ap);
+    const int ret = kfe_system_warning(module, nullptr, kKfeFlags, message.c_str());
+    CAM_ULOGD(ULog::kTag, "[%s] ret:%d", __func__, ret);
+    return 0;
+}
+
+int triggerKfeException(char const* module, char const* /*unused*/, char const* format, ...) {
+    va_list ap;
+    va_start(ap, format);
+    const android::String8 message = formatKfeMessage(format, ap);
+    va_end(ap);
+    const int ret = kfe_system_exception(module, nullptr, kKfeFlags, message.c_str());
+    CAM_ULOGD(ULog::kTag, "[%s] ret:%d", __func__, ret);
+    return 0;
+}
+
+void dumpCallStack(char const* suffix) {
+    try {
+        std::string backtrace;
+        UnwindCurThreadBT(backtrace);
+        std::string tag(ULog::kTag);
+        if (suffix != nullptr) {
+            tag += '/';
+            tag += suffix;
+        }
+        // The stack goes straight to the Android log as one entry, past the front end's gates,
+        // so it is there whatever the unified logger is set to.
+        __android_log_write(ANDROID_LOG_INFO, tag.c_str(), backtrace.c_str());
+    } catch (const std::exception& e) {
+        CAM_ULOGE(ULog::kTag, "[%s] cannot dump the call stack: %s", __func__, e.what());
+    }
+}
 
 }  // namespace Utils
 }  // namespace NSCam

@@ -4,6 +4,10 @@
 
 #include <zorcam/utils/std/Log.h>
 
+#include <utils/Mutex.h>
+
+#include <mutex>
+
 namespace NSCam {
 namespace Utils {
 
@@ -37,12 +41,43 @@ bool saveBufToSDFile(char const* fname, unsigned char* buf, unsigned int size);
 
 // ---- Thread priority
 
+/// Sets the calling thread's scheduling. policy 0 (SCHED_OTHER) makes the thread time-sharing
+/// with priority as its nice value; any other policy is handed to the kernel with priority as
+/// its real-time sched_priority. Always true: a change the kernel refuses (no privilege, bad
+/// value) leaves the thread as it was.
+bool setThreadPriority(int policy, int priority);
+
+/// Reads the calling thread's policy and, for SCHED_OTHER (0), its nice value, otherwise its
+/// real-time sched_priority. Always true; a policy that cannot be read comes back as -1.
+bool getThreadPriority(int& policy, int& priority);
 
 // ---- Lock helpers
 
+/// Does not lock: returns false at once and leaves lk and its mutex untouched. Never throws.
+/// Provided for std::mutex and android::Mutex; callers that need the lock taken without an
+/// exception use NSCam::JobQueueStatic::lock (StlUtils.h).
+template <typename MutexType>
+bool lockNoexcept(std::unique_lock<MutexType>& lk) noexcept;
+
+extern template bool lockNoexcept<std::mutex>(std::unique_lock<std::mutex>& lk) noexcept;
+extern template bool lockNoexcept<android::Mutex>(std::unique_lock<android::Mutex>& lk) noexcept;
 
 // ---- Fault reports and call stacks
 
+/// Raises a warning report for module to the exception-report service. The message is
+/// formatted from format and its arguments without a length limit. The second argument is
+/// not used. Always returns 0, whatever the service answers; any thread.
+int triggerKfeWarning(char const* module, char const* unused, char const* format, ...)
+        __attribute__((format(printf, 3, 4)));
+
+/// Raises an exception report; otherwise as triggerKfeWarning.
+int triggerKfeException(char const* module, char const* unused, char const* format, ...)
+        __attribute__((format(printf, 3, 4)));
+
+/// Writes the calling thread's call stack to the Android log as one info entry under the tag
+/// "ZorCam/Utils", or "ZorCam/Utils/<suffix>" when suffix is not null. Written whatever the
+/// unified logger's switches say.
+void dumpCallStack(char const* suffix);
 
 }  // namespace Utils
 }  // namespace NSCam

@@ -1,0 +1,105 @@
+// Lock helpers and the scope worker: no exception escapes, and a failed lock leaves the
+// unique_lock and its mutex as they were.
+
+#include "LogCapture.h"
+
+#include <zorcam/utils/std/Misc.h>
+#include <zorcam/utils/std/StlUtils.h>
+
+#include <utils/Mutex.h>
+
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+using namespace zorcam_test;
+using NSCam::JobQueueStatic;
+using NSCam::ScopeWorker;
+using NSCam::Utils::lockNoexcept;
+
+namespace {
+
+// Whether another thread could take the mutex now.
+bool freeForOthers(std::mutex& m) {
+    bool taken = false;
+    std::thread([&] { taken = m.try_lock() && (m.unlock(), true); }).join();
+    return taken;
+}
+
+class LockTest : public LogCaptureTest {};
+
+TEST_F(LockTest, LockNoexceptNeverLocks) {
+    std::mutex m;
+    std::unique_lock<std::mutex> none, deferred(m, std::defer_lock);
+    EXPECT_FALSE(lockNoexcept(none));
+    EXPECT_FALSE(lockNoexcept(deferred));
+    EXPECT_FALSE(deferred.owns_lock());
+    EXPECT_TRUE(freeForOthers(m));
+    android::Mutex am;
+    std::unique_lock<android::Mutex> androidLock(am, std::defer_lock);
+    EXPECT_FALSE(lockNoexcept(androidLock));
+    EXPECT_FALSE(androidLock.owns_lock());
+    EXPECT_EQ(am.tryLock(), 0);
+    am.unlock();
+    expectNoLines();
+}
+
+TEST_F(LockTest, JobQueueLockTakesOnlyAFreeMutexItDoesNotOwn) {
+    std::mutex m;
+    std::unique_lock<std::mutex> none, lk(m, std::defer_lock);
+    EXPECT_TRUE(JobQueueStatic::lock(lk));
+    EXPECT_TRUE(lk.owns_lock());
+    EXPECT_FALSE(freeForOthers(m));
+    expectNoLines();
+
+    EXPECT_FALSE(JobQueueStatic::lock(none));
+    EXPECT_EQ(none.mutex(), nullptr);
+    EXPECT_FALSE(JobQueueStatic::lock(lk));
+    EXPECT_TRUE(lk.owns_lock());
+    lk.unlock();  // held once, so one unlock frees it
+    EXPECT_TRUE(freeForOthers(m));
+    // Straight to the Android log: untagged, without prefix or location.
+    const auto a = androidLines();
+    ASSERT_EQ(a.size(), 2u);
+    for (const auto& l : a) {
+        EXPECT_EQ(l.prio, 6);
+        EXPECT_EQ(l.tag, "");
+        EXPECT_EQ(l.text, "lock mutex throws exception");
+    }
+    EXPECT_TRUE(ulogLines().empty());
+}
+
+class ScopeWorkerTest : public LogCaptureTest {};
+
+TEST_F(ScopeWorkerTest, RunsTheWorkWithItsArgumentAtScopeEnd) {
+    int count = 0;
+    {
+        ScopeWorker worker([](void* arg) { ++*static_cast<int*>(arg); }, &count);
+        ScopeWorker other([&count] { count += 10; });
+        EXPECT_EQ(count, 0);
+    }
+    EXPECT_EQ(count, 11);
+    expectNoLines();
+}
+
+TEST_F(ScopeWorkerTest, StdExceptionsAndEmptyWorkAreLoggedNotThrown) {
+    auto held = std::make_shared<int>(0);
+    for (int round = 0; round < 3; ++round) {
+        SCOPED_TRACE(round);
+        clearLogs();
+        EXPECT_NO_THROW({
+            if (round == 0) ScopeWorker([held](void*) { throw std::runtime_error("boom"); });
+            if (round == 1) ScopeWorker{ScopeWorker::WorkFunction()};
+            if (round == 2) ScopeWorker{std::function<void()>()};
+        });
+        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils",
+                       "[~ScopeWorker] execute function throws exception");
+    }
+    EXPECT_EQ(held.use_count(), 1);  // the work function was destroyed although it threw
+}
+
+TEST(ScopeWorkerDeathTest, OtherExceptionsEndTheProcess) {
+    EXPECT_DEATH({ ScopeWorker worker([](void*) { throw 42; }); }, "");
+}
+
+}  // namespace
