@@ -23,8 +23,8 @@ constexpr const char* kTag = "ZorCam/Utils";
 // reader writes the lock's reader count, and readers on other cores should not lose the map's
 // header to it.
 constexpr size_t kCacheLine = 64;
-ZORCAM_INIT_PROPERTY alignas(kCacheLine) android::RWLock gPropertyMapLock;
-ZORCAM_INIT_PROPERTY alignas(kCacheLine) android::PropertyMap gPropertyMap;
+alignas(kCacheLine) ZORCAM_INIT_PROPERTY android::RWLock gPropertyMapLock;
+alignas(kCacheLine) ZORCAM_INIT_PROPERTY android::PropertyMap gPropertyMap;
 
 }  // namespace
 
