@@ -19,6 +19,8 @@
 
 #include <log/log.h>
 
+#include <cstdarg>
+#include <cstddef>
 #include <cstdint>
 
 namespace NSCam {
@@ -41,6 +43,14 @@ inline bool unifiedPass(DetailsType type) {
     if (ULogger::sDetailsLevel < type) return false;
     return type == DETAILS_WARNING || moduleEnabled(kUtilsModuleId);
 }
+
+/// The message buffer of the unified logger: 1023 characters and the NUL.
+constexpr size_t kMessageBufferSize = 1024;
+
+/// Formats into buffer, cut to kMessageBufferSize - 1 characters and always NUL-terminated;
+/// returns the length of what the buffer holds, so a logger handed it never reads past the
+/// buffer for a message that was cut.
+int64_t formatMessage(char (&buffer)[kMessageBufferSize], const char* fmt, va_list ap);
 
 /// Formats into a 1024-byte stack buffer and hands it to ULogger::sULogger.
 void writeUnified(const char* tag, DetailsType type, const char* fmt, ...)

@@ -62,18 +62,22 @@ int32_t cameraLogLevel() {
     return sCameraLogLevel.mLevel;
 }
 
+int64_t formatMessage(char (&buffer)[kMessageBufferSize], const char* fmt, va_list ap) {
+    const int n = vsnprintf(buffer, kMessageBufferSize, fmt, ap);
+    buffer[kMessageBufferSize - 1] = '\0';
+    if (n < 0) {
+        buffer[0] = '\0';
+        return 0;
+    }
+    return n < static_cast<int>(kMessageBufferSize) ? n : kMessageBufferSize - 1;
+}
+
 void writeUnified(const char* tag, DetailsType type, const char* fmt, ...) {
-    char buffer[1024];
+    char buffer[kMessageBufferSize];
     va_list ap;
     va_start(ap, fmt);
-    const int n = vsnprintf(buffer, sizeof(buffer), fmt, ap);
+    const int64_t length = formatMessage(buffer, fmt, ap);
     va_end(ap);
-    buffer[sizeof(buffer) - 1] = '\0';
-    // The logger is handed the length of what the buffer holds, so it can never be led past
-    // the buffer's end by a message that was cut.
-    int64_t length = 0;
-    if (n > 0) length = n < static_cast<int>(sizeof(buffer)) ? n : sizeof(buffer) - 1;
-    else buffer[0] = '\0';
     ULogger::sULogger->logText(kUtilsModuleId, tag, type, buffer, length);
 }
 

@@ -51,19 +51,14 @@ void ULogPrinter::printLine(const char* line) {
 
 void ULogPrinter::printFormatLine(const char* format, ...) {
     if (format == nullptr || !pass()) return;
-    char buffer[1024];
+    char buffer[kMessageBufferSize];
     va_list ap;
     va_start(ap, format);
-    const int n = vsnprintf(buffer, sizeof(buffer), format, ap);
+    const int64_t length = formatMessage(buffer, format, ap);
     va_end(ap);
-    buffer[sizeof(buffer) - 1] = '\0';
-    if (n < 0) buffer[0] = '\0';
     if (ULogger::sMode & 0x1) mLogPrinter.printLine(buffer);
-    if (ULogger::sMode & 0xE) {
-        // Hand the length of what the buffer holds: a cut line is 1023 characters long.
-        const int64_t length = n < 0 ? 0 : (n < 1024 ? n : 1023);
+    if (ULogger::sMode & 0xE)
         ULogger::sULogger->logText(mModuleId, mTag, mDetailsType, buffer, length);
-    }
 }
 
 }  // namespace ULog
