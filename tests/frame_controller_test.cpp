@@ -9,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 using NSCam::Utils::FrameController;
@@ -34,9 +36,11 @@ protected:
         for (const auto& key : mKeys) property_set(key.c_str(), "");
         LogCaptureTest::TearDown();
     }
-    void prop(const char* key, long long v) {
-        mKeys.push_back(key);
-        property_set(key, std::to_string(v).c_str());
+    void props(std::initializer_list<std::pair<const char*, long long>> values) {
+        for (const auto& [key, v] : values) {
+            mKeys.push_back(key);
+            property_set(key, std::to_string(v).c_str());
+        }
     }
     void make() {
         clearLogs();
@@ -77,17 +81,14 @@ TEST_F(FrameControllerTest, PropertyOverrides) {
     make();
     EXPECT_EQ(lines(4), Lines{"[FrameController][cam] - miLogLevel(1), max delay(30000000), max "
                               "sleep(1000000000 ns), min sleep(200 us), adj sleep(250000 ns)"});
-    prop("debug.camera.fctrl.loglevel", 2);
-    prop("debug.camera.fctrl.fmd", -2);
-    prop("debug.camera.fctrl.smaxms", 2500);
-    prop("debug.camera.fctrl.sminus", -1);
-    prop("debug.camera.fctrl.adjsleep", 100);
+    props({{"debug.camera.fctrl.loglevel", 2}, {"debug.camera.fctrl.fmd", -2},
+           {"debug.camera.fctrl.smaxms", 2500}, {"debug.camera.fctrl.sminus", -1},
+           {"debug.camera.fctrl.adjsleep", 100}});
     make();
     EXPECT_EQ(lines(4), Lines{"[FrameController][cam] - miLogLevel(2), max delay(-2000000), max "
                               "sleep(2500000000 ns), min sleep(200 us), adj sleep(100 ns)"});
-    prop("debug.displaydelay.ms", 7);
-    prop("debug.displaydelay.adjdelay", -1);
-    prop("debug.displaydelay.p2", 1000);
+    props({{"debug.displaydelay.ms", 7}, {"debug.displaydelay.adjdelay", -1},
+           {"debug.displaydelay.p2", 1000}});
     const int64_t ts = startPacing(7);
     EXPECT_EQ(lines(4), Lines(2, kP + "FirstFrameDelay(7)ms"));
     EXPECT_EQ(frame(ts + kFi, vclock::now() + 20 * kMs), Sleeps{13333});
@@ -131,84 +132,69 @@ TEST_F(FrameControllerTest, MeasuresFiveFramesThenWaitsForOneAtMostTheAverage) {
     EXPECT_EQ(debug, expected);
 }
 
-TEST_F(FrameControllerTest, SleepsWhatIsLeftOfTheIntervalBetweenMinAndMaxSleep) {
-    prop("debug.camera.fctrl.loglevel", 2);
-    prop("debug.camera.fctrl.smaxms", 14);
+// One stream through pacing, adjust and reset mode.
+TEST_F(FrameControllerTest, PacesBetweenMinAndMaxSleepThroughAdjustAndResetModes) {
+    props({{"debug.camera.fctrl.loglevel", 2}, {"debug.camera.fctrl.smaxms", 15},
+           {"debug.camera.fctrl.fmd", 10}});
     make();
     int64_t ts = startPacing() + kFi;
-    int64_t ct = vclock::now() + 20 * kMs;
-    EXPECT_EQ(frame(ts, ct), Sleeps{13083});
+    const int64_t ct0 = vclock::now() + 20 * kMs;
+    EXPECT_EQ(frame(ts, ct0), Sleeps{13083});
     EXPECT_EQ(lines(4), (Lines{kP + "start sleep",
-                               kP + "off:ct(" + std::to_string(ct) + "),cft(" +
+                               kP + "off:ct(" + std::to_string(ct0) + "),cft(" +
                                        std::to_string(ts) +
-                                       "),cddt(24749667),oddt(78333333),nddt(108333333),max("
+                                       "),cddt(24749667),oddt(78333333),nddt(88333333),max("
                                        "83333333),min(78333333),fi(33333333),ti(20000000),stc(0),"
                                        "st(13083 us)"}));
-    // Frames one interval apart, `gap` after the previous return; sleeping can fill what is
-    // left of the interval less mAdjSleep.
+    // Each frame comes fi after the previous one, `after` the previous return or, when that is
+    // 0, `age` after its stamp. Sleeping can fill what is left of fi less mAdjSleep.
     const int64_t left = kFi - 250000;
     const struct {
-        int64_t gap, sleep;
-        size_t warnings;
-    } cases[] = {{left - 200999, 0, 0},  // 200 us: at mMinSleep
-                 {left - 201000, 201, 0},
-                 {kFi + 5 * kMs, 0, 0},  // negative slack
-                 {left - 14 * kMs + 1, 13999, 0},
-                 {left - 14 * kMs, 0, 2}};  // at mMaxSleep: warns instead
+        int64_t fi, after, age, sleep;
+        const char* event;  // transition line
+        const char* tail;   // end of the last line
+    } cases[] = {
+            {kFi, left - 200999, 0, 0, "", ",stc(0),st(0 us)"},  // 200 us: at mMinSleep
+            {kFi, left - 201000, 0, 201, "", ",stc(0),st(201 us)"},
+            {kFi, kFi + 5 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // negative slack
+            {kFi, left - 15 * kMs + 1, 0, 14999, "", ",stc(0),st(14999 us)"},
+            {kFi, left - 15 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // at mMaxSleep: warns
+            // Above target + 5 ms (83.3 ms), under the reset threshold; then each frame 20 ms
+            // after the return leaves 1.25 ms earlier until the fifth is at the target.
+            {kFi, 0, 84 * kMs, 0, "start to adj frame delay", ",stc(1),st(0 us)"},
+            {kFi, 20 * kMs, 0, 12083, "", ",stc(1),st(12083 us)"},
+            {kFi, 20 * kMs, 0, 12083, "", ",stc(1),st(12083 us)"},
+            {kFi, 20 * kMs, 0, 12083, "", ",stc(1),st(12083 us)"},
+            {kFi, 20 * kMs, 0, 12083, "", ",stc(1),st(12083 us)"},
+            {kFi, 20 * kMs, 0, 12083, "stop adj frame delay", ",stc(0),st(12083 us)"},
+            {kFi, 0, 80 * kMs, 0, "", ",stc(0),st(0 us)"},
+            // A 20 ms interval lowers target and threshold to 65 and 75 ms; the sleep decided
+            // projects the delay to 79.75 ms and is still taken as reset mode starts.
+            {20 * kMs, 5 * kMs, 0, 14750, "start to reset frame delay",
+             ",cddt(79750000),oddt(65000000),nddt(75000000),max(70000000),min(65000000),"
+             "fi(20000000),ti(5000000),stc(0),st(14750 us)"},
+            // Reset mode ends at the middle of target 78.3 ms and threshold 88.3 ms.
+            {kFi, 0, 83333334, 0, "", "),cddt(83333334),oddt(78333333),fi(33333333),ti(5000000)"},
+            {kFi, 0, 83333333, 0, "stop reset frame delay", "stop reset frame delay"},
+            {kFi, 20 * kMs, 0, 13083, "", ",stc(0),st(13083 us)"}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.gap);
-        ct = vclock::now() + c.gap;
-        EXPECT_EQ(frame(ts += kFi, ct), c.sleep ? Sleeps{c.sleep} : Sleeps{});
-        EXPECT_TRUE(has(lines(4), ",stc(0),st(" + std::to_string(c.sleep) + " us)"));
-        EXPECT_EQ(lines(5).size(), c.warnings);
+        SCOPED_TRACE(c.tail);
+        ts += c.fi;
+        const int64_t ct = c.after ? vclock::now() + c.after : ts + c.age;
+        EXPECT_EQ(frame(ts, ct), c.sleep ? Sleeps{c.sleep} : Sleeps{});
+        Lines events;
+        for (const auto& l : lines(4))
+            if (l.find("ct(") == std::string::npos && l != kP + "start sleep") events.push_back(l);
+        EXPECT_EQ(events, *c.event ? Lines{kP + c.event} : Lines{});
+        EXPECT_TRUE(has(lines(4), c.tail)) << lines(4).back();
+        EXPECT_TRUE(c.age != 83333334 || lines(4)[0].rfind(kP + " on:ct(", 0) == 0);
+        const Lines warnings{kP + "Check Frame conrol parameters, something wrong",
+                             kP + "ct(" + std::to_string(ct) + "),cft(" + std::to_string(ts) +
+                                     "),lft(" + std::to_string(ts - c.fi) + "),cddt(" +
+                                     std::to_string(ct - ts) +
+                                     "),nddt(88333333),fi(33333333),ti(18083333)"};
+        EXPECT_EQ(lines(5), c.after == left - 15 * kMs ? warnings : Lines{});
     }
-    EXPECT_EQ(lines(5), (Lines{kP + "Check Frame conrol parameters, something wrong",
-                               kP + "ct(" + std::to_string(ct) + "),cft(" + std::to_string(ts) +
-                                       "),lft(" + std::to_string(ts - kFi) + "),cddt(" +
-                                       std::to_string(ct - ts) +
-                                       "),nddt(108333333),fi(33333333),ti(19083333)"}));
-}
-
-TEST_F(FrameControllerTest, AdjustModeShortensSleepsUntilTheTargetIsReached) {
-    prop("debug.camera.fctrl.loglevel", 2);
-    make();
-    int64_t ts = startPacing() + kFi;
-    // 84 ms old: above target + 5 ms (83.3 ms), under the reset threshold.
-    EXPECT_EQ(frame(ts, ts + 84 * kMs), Sleeps{});
-    EXPECT_EQ(lines(4).front(), kP + "start to adj frame delay");
-    EXPECT_TRUE(has(lines(4), ",stc(1),st(0 us)"));
-    // Each frame 20 ms after the return leaves 1.25 ms earlier; the fifth is at the target.
-    for (int i = 0; i < 5; ++i) {
-        EXPECT_EQ(frame(ts += kFi, vclock::now() + 20 * kMs), Sleeps{12083});
-        EXPECT_EQ(lines(4).front() == kP + "stop adj frame delay", i == 4) << i;
-        EXPECT_TRUE(has(lines(4), i < 4 ? ",stc(1)," : ",stc(0),")) << lines(4).back();
-    }
-    EXPECT_EQ(frame(ts + kFi, vclock::now() + 20 * kMs), Sleeps{13083});
-}
-
-TEST_F(FrameControllerTest, ResetModeStopsSleepingUntilTheDelayFallsToTheMiddle) {
-    prop("debug.camera.fctrl.loglevel", 2);
-    prop("debug.camera.fctrl.fmd", 10);
-    make();
-    int64_t ts = startPacing() + kFi;
-    frame(ts, ts + 80 * kMs);
-    // A 20 ms interval lowers target and threshold to 65 and 75 ms; the sleep decided
-    // projects the delay to 79.75 ms and is still taken as reset mode starts.
-    ts += 20 * kMs;
-    EXPECT_EQ(frame(ts, vclock::now() + 5 * kMs), Sleeps{14750});
-    EXPECT_EQ(lines(4).front(), kP + "start to reset frame delay");
-    EXPECT_TRUE(has(lines(4), ",cddt(79750000),oddt(65000000),nddt(75000000),max(70000000),min("
-                              "65000000),fi(20000000),ti(5000000),stc(0),st(14750 us)"));
-    // Middle of target 78.3 ms and threshold 88.3 ms: 83.3 ms.
-    ts += kFi;
-    EXPECT_EQ(frame(ts, ts + 83333334), Sleeps{});
-    EXPECT_EQ(lines(4), Lines{kP + " on:ct(" + std::to_string(ts + 83333334) + "),cft(" +
-                              std::to_string(ts) +
-                              "),cddt(83333334),oddt(78333333),fi(33333333),ti(5000000)"});
-    ts += kFi;
-    EXPECT_EQ(frame(ts, ts + 83333333), Sleeps{});
-    EXPECT_EQ(lines(4).back(), kP + "stop reset frame delay");
-    EXPECT_EQ(frame(ts + kFi, vclock::now() + 20 * kMs), Sleeps{13083});
 }
 
 }  // namespace
