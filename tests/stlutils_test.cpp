@@ -61,11 +61,9 @@ TEST_F(LockTest, JobQueueLockTakesOnlyAFreeMutexItDoesNotOwn) {
     // Straight to the Android log: untagged, without prefix or location.
     const auto a = androidLines();
     ASSERT_EQ(a.size(), 2u);
-    for (const auto& l : a) {
-        EXPECT_EQ(l.prio, 6);
-        EXPECT_EQ(l.tag, "");
-        EXPECT_EQ(l.text, "lock mutex throws exception");
-    }
+    for (const auto& l : a)
+        EXPECT_TRUE(l.prio == 6 && l.tag.empty() && l.text == "lock mutex throws exception")
+                << l.prio << " " << l.tag << ": " << l.text;
     EXPECT_TRUE(ulogLines().empty());
 }
 
