@@ -58,7 +58,7 @@ public:
     std::vector<Call> mCalls;
 };
 
-// Counts allocations and answers them in one of several ways (kAbsent: not registered). A
+// Records allocations and answers them in one of several ways (kAbsent: not registered). A
 // passed allocation states a larger size than asked, as an allocator rounding up may.
 class TestAllocator : public IAllocator {
 public:
@@ -67,8 +67,7 @@ public:
     TestAllocator(sp<IAllocator> real, Mode mode) : mReal(std::move(real)), mMode(mode) {}
 
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
-        ++mCalls;
-        mLastSize = size;
+        mSizes.push_back(size);
         if (mMode == Mode::kRefuse) {
             cb(false, hidl_memory());
         } else if (mMode == Mode::kNoDescriptor) {
@@ -81,8 +80,7 @@ public:
         return Void();
     }
 
-    int mCalls = 0;
-    uint64_t mLastSize = 0;
+    std::vector<uint64_t> mSizes;  // of each allocation asked for
 
 private:
     sp<IAllocator> mReal;
@@ -161,8 +159,7 @@ TEST_F(CamDumpTest, BufferReachesTheServiceInSharedMemory) {
     Bytes buf = pattern(size);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
     EXPECT_EQ(buf, pattern(size));
-    EXPECT_EQ(allocator->mCalls, 1);
-    EXPECT_EQ(allocator->mLastSize, size);
+    EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{size});
     ASSERT_EQ(mService->mCalls.size(), 1u);
     EXPECT_EQ(mService->mCalls[0].size, size);
     EXPECT_EQ(mService->mCalls[0].content, buf);
@@ -241,7 +238,7 @@ TEST_F(CamDumpTest, Failures) {
         EXPECT_EQ(texts(6), c.errors);
         // The unified lines: "save to" and "allocate start", or the service failure.
         EXPECT_EQ(ulogLines().size(), c.service ? 2u : 1u);
-        EXPECT_EQ(allocator->mCalls, static_cast<int>(c.sent));
+        EXPECT_EQ(allocator->mSizes.size(), c.sent);
         ASSERT_EQ(mService->mCalls.size(), c.sent);
         if (c.sent == 0) continue;
         EXPECT_EQ(mService->mCalls[0].size, c.sentSize);
