@@ -1,8 +1,9 @@
+#include "ChildProcess.h"
 #include "FdCount.h"
 #include "LogCapture.h"
+#include "LogMacros.h"
 #include "TempDir.h"
 
-#include <zorcam/utils/std/Log.h>
 #include <zorcam/utils/std/Misc.h>
 
 #include <android/hidl/allocator/1.0/IAllocator.h>
@@ -13,66 +14,41 @@
 
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <cstdio>
-#include <cstring>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
-extern char** environ;
-
+using namespace android;
+using namespace android::hardware;
 using namespace zorcam_test;
-using android::sp;
-using android::hardware::hidl_memory;
-using android::hardware::hidl_string;
-using android::hardware::Return;
-using android::hardware::Void;
 using android::hidl::allocator::V1_0::IAllocator;
-using android::hidl::memory::V1_0::IMemory;
 using NSCam::Utils::saveBufToSDFile;
 using vendor::velmora::hardware::camera::camdump::V1_0::ICamDump;
-using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
+const std::string kRefusedAllocation =
+        "CamDump operator(): allocating ashmem of 100 bytes failed! (operator())";
+
 // Records what the service is handed, as the real service would see it: the block is mapped
-// during the call and its descriptor must be open then.
+// during the call, so its descriptor must still be open then.
 class RecordingCamDump : public ICamDump {
 public:
     struct Call {
         std::string path;
-        std::string name;
         uint64_t size = 0;
-        bool hasHandle = false;
-        int fd = -1;
-        bool fdOpen = false;
-        bool mapped = false;
-        std::vector<unsigned char> content;
+        Bytes content;  // empty when the block could not be mapped
     };
 
     Return<void> dumpBuffer(const hidl_string& path, const hidl_memory& buffer) override {
-        Call call;
-        call.path = path;
-        call.name = buffer.name();
-        call.size = buffer.size();
-        call.hasHandle = buffer.handle() != nullptr;
-        if (call.hasHandle && buffer.handle()->numFds > 0) {
-            call.fd = buffer.handle()->data[0];
-            call.fdOpen = fcntl(call.fd, F_GETFD) != -1;
-        }
-        if (sp<IMemory> memory = android::hardware::mapMemory(buffer)) {
-            call.mapped = true;
-            void* data = memory->getPointer();
-            const auto* p = static_cast<const unsigned char*>(data);
+        Call call{path, buffer.size(), {}};
+        if (sp<hidl::memory::V1_0::IMemory> memory = mapMemory(buffer)) {
+            const auto* p = static_cast<const unsigned char*>(
+                    static_cast<void*>(memory->getPointer()));
             call.content.assign(p, p + static_cast<uint64_t>(memory->getSize()));
         }
         mCalls.push_back(call);
@@ -82,36 +58,29 @@ public:
     std::vector<Call> mCalls;
 };
 
-// Counts allocations and answers them in one of several ways.
+// Records allocations and answers them in one of several ways (kAbsent: not registered). A
+// passed allocation states a larger size than asked, as an allocator rounding up may.
 class TestAllocator : public IAllocator {
 public:
-    enum class Mode { kPass, kRefuse, kNoDescriptor, kLarger };
+    enum class Mode { kPass, kRefuse, kNoDescriptor, kAbsent };
 
     TestAllocator(sp<IAllocator> real, Mode mode) : mReal(std::move(real)), mMode(mode) {}
 
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
-        ++mCalls;
-        mLastSize = size;
-        switch (mMode) {
-            case Mode::kPass:
-                return mReal->allocate(size, cb);
-            case Mode::kRefuse:
-                cb(false, hidl_memory());
-                return Void();
-            case Mode::kNoDescriptor: {
-                native_handle_t* handle = native_handle_create(0, 0);
-                cb(true, hidl_memory("ashmem", handle, size));
-                native_handle_delete(handle);
-                return Void();
-            }
-            case Mode::kLarger:
-                return mReal->allocate(size + 4096, cb);
+        mSizes.push_back(size);
+        if (mMode == Mode::kRefuse) {
+            cb(false, hidl_memory());
+        } else if (mMode == Mode::kNoDescriptor) {
+            native_handle_t* handle = native_handle_create(0, 0);
+            cb(true, hidl_memory("ashmem", handle, size));
+            native_handle_delete(handle);
+        } else {
+            return mReal->allocate(size + 4096, cb);
         }
         return Void();
     }
 
-    int mCalls = 0;
-    uint64_t mLastSize = 0;
+    std::vector<uint64_t> mSizes;  // of each allocation asked for
 
 private:
     sp<IAllocator> mReal;
@@ -126,17 +95,8 @@ int ashmemMappings() {
     return n;
 }
 
-// Strips the location suffix " (func){#line:file}" of an error line; unlike stripLocation it
-// also handles a function named "operator()".
-std::string plain(const std::string& text) {
-    const size_t brace = text.rfind("){#");
-    if (brace == std::string::npos || text.back() != '}') return text;
-    const size_t open = text.rfind(" (", brace);
-    return open == std::string::npos ? text : text.substr(0, open);
-}
-
-std::vector<unsigned char> pattern(size_t n) {
-    std::vector<unsigned char> v(n);
+Bytes pattern(size_t n) {
+    Bytes v(n);
     for (size_t i = 0; i < n; ++i) v[i] = static_cast<unsigned char>(i * 13 + i / 509);
     return v;
 }
@@ -146,10 +106,8 @@ protected:
     void SetUp() override {
         LogCaptureTest::SetUp();
         mRealAllocator = IAllocator::getService("ashmem", false);
-        ASSERT_NE(mRealAllocator, nullptr);
-        mSavedService = ICamDump::tryGetService("internal/0", false);
         mService = new RecordingCamDump();
-        ASSERT_EQ(mService->registerAsService("internal/0"), android::OK);
+        ASSERT_EQ(mService->registerAsService("internal/0"), OK);
         mFds = openFdCount();
         mMappings = ashmemMappings();
     }
@@ -157,258 +115,172 @@ protected:
     void TearDown() override {
         EXPECT_EQ(openFdCount(), mFds) << "a descriptor was left open";
         EXPECT_EQ(ashmemMappings(), mMappings) << "a mapping was left behind";
-        restore(ICamDump::descriptor, "internal/0", mSavedService);
-        restore(IAllocator::descriptor, "ashmem", mRealAllocator);
+        host::unregisterService(ICamDump::descriptor, "internal/0");
+        host::registerService(IAllocator::descriptor, "ashmem", mRealAllocator);
         LogCaptureTest::TearDown();
     }
 
-    static void restore(const char* descriptor, const char* instance,
-                        const sp<android::hidl::base::V1_0::IBase>& service) {
-        if (service != nullptr)
-            android::hardware::host::registerService(descriptor, instance, service);
-        else
-            android::hardware::host::unregisterService(descriptor, instance);
-    }
-
+    // Installs a fresh allocator in the given mode and forgets earlier calls and lines.
     sp<TestAllocator> useAllocator(TestAllocator::Mode mode) {
         sp<TestAllocator> allocator = new TestAllocator(mRealAllocator, mode);
-        EXPECT_EQ(allocator->registerAsService("ashmem"), android::OK);
+        if (mode == TestAllocator::Mode::kAbsent)
+            host::unregisterService(IAllocator::descriptor, "ashmem");
+        else
+            EXPECT_EQ(allocator->registerAsService("ashmem"), OK);
+        mService->mCalls.clear();
+        clearLogs();
         return allocator;
     }
 
-    std::vector<std::string> androidTexts() {
-        std::vector<std::string> out;
-        for (const auto& l : androidLines()) out.push_back(plain(l.text));
+    // The Android lines (all, or those of one priority), an error line's location suffix
+    // " (func){#line:file}" cut down to " (func)".
+    Lines texts(int prio = 0) {
+        Lines out;
+        for (const auto& l : androidLines()) {
+            EXPECT_EQ(l.tag, "ZorCam/Utils");
+            if (prio != 0 && l.prio != prio) continue;
+            const bool located = !l.text.empty() && l.text.back() == '}';
+            out.push_back(l.text.substr(0, located ? l.text.rfind("{#") : l.text.size()));
+        }
         return out;
     }
 
     sp<IAllocator> mRealAllocator;
-    sp<ICamDump> mSavedService;
     sp<RecordingCamDump> mService;
     int mFds = 0;
     int mMappings = 0;
 };
 
+// The allocator answers with a larger block, but the service gets the requested size; the
+// caller's buffer is only read.
 TEST_F(CamDumpTest, BufferReachesTheServiceInSharedMemory) {
     sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
-    std::vector<unsigned char> buf = pattern(3 * 1024 * 1024 + 5);
-    const std::vector<unsigned char> original = buf;
-
+    const size_t size = 3 * 1024 * 1024 + 5;
+    Bytes buf = pattern(size);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-
-    EXPECT_EQ(buf, original);
-    EXPECT_EQ(allocator->mCalls, 1);
-    EXPECT_EQ(allocator->mLastSize, buf.size());
+    EXPECT_EQ(buf, pattern(size));
+    EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{size});
     ASSERT_EQ(mService->mCalls.size(), 1u);
-    const auto& call = mService->mCalls[0];
-    EXPECT_EQ(call.path, "/sdcard/x.yuv");
-    EXPECT_EQ(call.name, "ashmem");
-    EXPECT_EQ(call.size, buf.size());
-    EXPECT_TRUE(call.fdOpen);
-    EXPECT_EQ(call.content, original);
-    // The cloned handle belongs to the call and is closed once the service has returned.
-    EXPECT_EQ(fcntl(call.fd, F_GETFD), -1);
-
-    // At camera log level 2 only the unified debug lines pass.
-    EXPECT_EQ(androidTexts(), (Lines{
-            "[saveBufToSDFile] save to /sdcard/x.yuv",
-            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-    }));
-    const auto u = ulogLines();
-    ASSERT_EQ(u.size(), 2u);
-    EXPECT_EQ(u[0].type, NSCam::Utils::ULog::DETAILS_DEBUG);
-    EXPECT_EQ(u[0].tag, kTag);
-}
-
-TEST_F(CamDumpTest, ServiceGetsTheRequestedSizeNotTheAllocatorsStatedSize) {
-    useAllocator(TestAllocator::Mode::kLarger);
-    std::vector<unsigned char> buf = pattern(1000);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/y.raw", buf.data(), buf.size()));
-    ASSERT_EQ(mService->mCalls.size(), 1u);
-    EXPECT_EQ(mService->mCalls[0].size, 1000u);
+    EXPECT_EQ(mService->mCalls[0].size, size);
     EXPECT_EQ(mService->mCalls[0].content, buf);
 }
 
+// At camera log level 2 only the unified lines pass: warning (5) and debug (3).
 TEST_F(CamDumpTest, PathsAreForcedUnderTheSdcardTree) {
-    struct Case {
-        const char* in;
-        const char* out;
-        bool warned;
-    };
-    const Case cases[] = {
-            {"/data/engineercamera/p2/a.raw", "/data/engineercamera/p2/a.raw", false},
-            {"/sdcard/x.yuv", "/sdcard/x.yuv", false},
-            {"/sdcardX/y.yuv", "/sdcardX/y.yuv", false},  // a plain prefix test
-            {"/data/vendor/camera/dump/a.raw", "/sdcard/a.raw", true},
-            {"/data/engineercamer/b.raw", "/sdcard/b.raw", true},
-            {"a.raw", "/sdcard", true},
-            {"/a.raw", "/sdcard/a.raw", true},
-            {"", "/sdcard", true},
+    const struct {
+        std::string in, out;
+    } cases[] = {
+            {"/data/engineercamera/p2/a.raw", "/data/engineercamera/p2/a.raw"},
+            {"/sdcard/x.yuv", "/sdcard/x.yuv"},
+            {"/sdcardX/y.yuv", "/sdcardX/y.yuv"},  // a plain prefix test
+            {"/data/vendor/camera/dump/a.raw", "/sdcard/a.raw"},
+            {"/data/engineercamer/b.raw", "/sdcard/b.raw"},
+            {"a.raw", "/sdcard"},
+            {"/a.raw", "/sdcard/a.raw"},
+            {"", "/sdcard"},
     };
     unsigned char byte = 7;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.in);
-        clearLogs();
-        mService->mCalls.clear();
-        EXPECT_TRUE(saveBufToSDFile(c.in, &byte, 1));
+        useAllocator(TestAllocator::Mode::kPass);
+        EXPECT_TRUE(saveBufToSDFile(c.in.c_str(), &byte, 1));
         ASSERT_EQ(mService->mCalls.size(), 1u);
         EXPECT_EQ(mService->mCalls[0].path, c.out);
-        EXPECT_EQ(mService->mCalls[0].content, std::vector<unsigned char>{7});
-
-        std::vector<std::string> expected;
-        if (c.warned)
-            expected.push_back(std::string("[saveBufToSDFile] force change path ") + c.in +
-                               " to SD path");
-        expected.push_back(std::string("[saveBufToSDFile] save to ") + c.out);
-        expected.push_back("[saveBufToSDFile] CamDump: IAllocator::allocate start");
-        EXPECT_EQ(androidTexts(), expected);
-        if (c.warned) {
-            ASSERT_FALSE(androidLines().empty());
-            EXPECT_EQ(androidLines()[0].prio, 5);
-        }
+        const bool warned = c.in != c.out;
+        const Lines lines = {"[saveBufToSDFile] force change path " + c.in + " to SD path",
+                             "[saveBufToSDFile] save to " + c.out,
+                             "[saveBufToSDFile] CamDump: IAllocator::allocate start"};
+        EXPECT_EQ(texts(), Lines(lines.begin() + (warned ? 0 : 1), lines.end()));
+        EXPECT_EQ(androidLines().at(0).prio, warned ? 5 : 3);
     }
 }
 
-TEST_F(CamDumpTest, MissingServiceFailsBeforeAnyAllocation) {
-    sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
-    android::hardware::host::unregisterService(ICamDump::descriptor, "internal/0");
-    unsigned char byte = 1;
-
-    EXPECT_FALSE(saveBufToSDFile("/sdcard/x.yuv", &byte, 1));
-    expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, kTag,
-                   "[saveBufToSDFile] CamDump: tryGetService() failed!");
-    clearLogs();
-
-    EXPECT_FALSE(saveBufToSDFile("/sdcard/x.yuv", nullptr, 10));
-    const auto a = androidLines();
-    ASSERT_EQ(a.size(), 2u);
-    EXPECT_EQ(a[0].text.rfind("Illegel Para: pBuf=(nil), size=10 (saveBufToSDFile){#", 0), 0u)
-            << a[0].text;
-    EXPECT_EQ(plain(a[1].text), "[saveBufToSDFile] CamDump: tryGetService() failed!");
-    // The refused-buffer line takes the property-gated path: Android log only.
-    EXPECT_EQ(ulogLines().size(), 1u);
-    EXPECT_EQ(allocator->mCalls, 0);
-}
-
-TEST_F(CamDumpTest, RefusedBufferIsNeitherAllocatedNorSent) {
-    sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
-    unsigned char byte = 1;
-    const std::pair<unsigned char*, unsigned int> refused[] = {{&byte, 0}, {nullptr, 5}};
-    for (const auto& [buf, size] : refused) {
-        clearLogs();
-        EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf, size));
-        const auto a = androidLines();
-        std::vector<std::string> errors;
-        for (const auto& l : a)
-            if (l.prio == 6) errors.push_back(l.text);
-        ASSERT_EQ(errors.size(), 2u);
-        char text[64];
-        snprintf(text, sizeof(text), "Illegel Para: pBuf=%p, size=%u", static_cast<void*>(buf),
-                 size);
-        EXPECT_EQ(errors[0].rfind(std::string(text) + " (saveBufToSDFile){#", 0), 0u) << errors[0];
-        EXPECT_EQ(errors[1].rfind(std::string(text) + " (operator()){#", 0), 0u) << errors[1];
+// Each failure with its error lines (the refused buffer's on the property-gated path, Android
+// log only) and what the service gets: a refused buffer is neither allocated nor sent, a
+// refused allocation is sent as an empty block, an unmappable block unfilled; without the
+// allocator nothing is sent, and without the service the call fails before any allocation.
+TEST_F(CamDumpTest, Failures) {
+    using Mode = TestAllocator::Mode;
+    Bytes buf = pattern(100);
+    unsigned char* const b = buf.data();
+    auto para = [](const void* p, unsigned int size, const char* func) {
+        char text[80];
+        snprintf(text, sizeof(text), "Illegel Para: pBuf=%p, size=%u (%s)", p, size, func);
+        return std::string(text);
+    };
+    const char* op = "saveBufToSDFile";
+    const std::string noService =
+            "[saveBufToSDFile] CamDump: tryGetService() failed! (saveBufToSDFile)";
+    const struct {
+        Mode mode;
+        bool service;
+        unsigned char* buf;
+        unsigned int size;
+        Lines errors;
+        size_t sent;
+        uint64_t sentSize;
+    } cases[] = {
+            {Mode::kPass, true, b, 0, {para(b, 0, op), para(b, 0, "operator()")}, 0, 0},
+            {Mode::kPass, true, nullptr, 5,
+             {para(nullptr, 5, op), para(nullptr, 5, "operator()")}, 0, 0},
+            {Mode::kRefuse, true, b, 100, {kRefusedAllocation}, 1, 0},
+            {Mode::kNoDescriptor, true, b, 100, {}, 1, 100},
+            {Mode::kAbsent, true, b, 100,
+             {"CamDump operator(): IAllocator::getService() failed! (operator())"}, 0, 0},
+            {Mode::kPass, false, b, 1, {noService}, 0, 0},
+            {Mode::kPass, false, nullptr, 10, {para(nullptr, 10, op), noService}, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.errors.empty() ? "unmappable" : c.errors.back());
+        sp<TestAllocator> allocator = useAllocator(c.mode);
+        if (!c.service) host::unregisterService(ICamDump::descriptor, "internal/0");
+        EXPECT_EQ(saveBufToSDFile("/sdcard/x.yuv", c.buf, c.size), c.service);
+        EXPECT_EQ(texts(6), c.errors);
+        // The unified lines: "save to" and "allocate start", or the service failure.
+        EXPECT_EQ(ulogLines().size(), c.service ? 2u : 1u);
+        EXPECT_EQ(allocator->mSizes.size(), c.sent);
+        ASSERT_EQ(mService->mCalls.size(), c.sent);
+        if (c.sent == 0) continue;
+        EXPECT_EQ(mService->mCalls[0].size, c.sentSize);
+        EXPECT_TRUE(mService->mCalls[0].content.empty());
     }
-    EXPECT_EQ(allocator->mCalls, 0);
-    EXPECT_TRUE(mService->mCalls.empty());
-}
-
-TEST_F(CamDumpTest, RefusedAllocationStillCallsTheServiceWithAnEmptyBlock) {
-    useAllocator(TestAllocator::Mode::kRefuse);
-    std::vector<unsigned char> buf = pattern(100);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-
-    ASSERT_EQ(mService->mCalls.size(), 1u);
-    EXPECT_FALSE(mService->mCalls[0].hasHandle);
-    EXPECT_EQ(mService->mCalls[0].size, 0u);
-    EXPECT_EQ(androidTexts().back(), "CamDump operator(): allocating ashmem of 100 bytes failed!");
-    EXPECT_EQ(androidLines().back().prio, 6);
-    EXPECT_EQ(ulogLines().size(), 2u);  // the two unified debug lines only
-}
-
-TEST_F(CamDumpTest, UnmappableBlockIsSentUnfilled) {
-    useAllocator(TestAllocator::Mode::kNoDescriptor);
-    std::vector<unsigned char> buf = pattern(100);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-
-    ASSERT_EQ(mService->mCalls.size(), 1u);
-    EXPECT_TRUE(mService->mCalls[0].hasHandle);
-    EXPECT_EQ(mService->mCalls[0].name, "ashmem");
-    EXPECT_EQ(mService->mCalls[0].size, 100u);
-    EXPECT_FALSE(mService->mCalls[0].mapped);
-}
-
-TEST_F(CamDumpTest, MissingAllocatorSendsNothing) {
-    android::hardware::host::unregisterService(IAllocator::descriptor, "ashmem");
-    unsigned char byte = 1;
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", &byte, 1));
-    EXPECT_TRUE(mService->mCalls.empty());
-    EXPECT_EQ(androidTexts().back(), "CamDump operator(): IAllocator::getService() failed!");
-    EXPECT_EQ(androidLines().back().prio, 6);
 }
 
 TEST_F(CamDumpTest, HostServiceWritesUnderItsRoot) {
+    using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
     TempDir root;
-    ASSERT_FALSE(root.path().empty());
     sp<ICamDump> host = new HostCamDump(root.path());
-    ASSERT_EQ(host->registerAsService("internal/0"), android::OK);
-    std::vector<unsigned char> buf = pattern(200000);
-
+    ASSERT_EQ(host->registerAsService("internal/0"), OK);
+    Bytes buf = pattern(200000);
     EXPECT_TRUE(saveBufToSDFile("/data/engineercamera/p2/a.raw", buf.data(), buf.size()));
     EXPECT_TRUE(saveBufToSDFile("/data/vendor/dump/b.yuv", buf.data(), 1000));
-
     auto contents = [](const std::string& path) {
         std::ifstream in(path, std::ios::binary);
-        return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), {});
+        return Bytes(std::istreambuf_iterator<char>(in), {});
     };
     EXPECT_EQ(contents(root / "data/engineercamera/p2/a.raw"), buf);
-    EXPECT_EQ(contents(root / "sdcard/b.yuv"),
-              std::vector<unsigned char>(buf.begin(), buf.begin() + 1000));
+    EXPECT_EQ(contents(root / "sdcard/b.yuv"), Bytes(buf.begin(), buf.begin() + 1000));
 }
 
 // The property-gated debug lines pass only above camera log level 2, which is read when the
-// library is loaded: this test runs itself again in a child whose properties set level 3.
+// library is loaded: this test runs itself again in a child at level 3.
 TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {
-    if (zorcam_testLog(nullptr, 'D') == 0) {
-        TempDir dir;
-        const std::string props = dir / "props";
-        std::ofstream(props) << "persist.vendor.zor.camera.log_level=3\n";
-        std::string filter = "--gtest_filter=CamDumpTest.DebugLinesAboveLevelTwo";
-        std::string env = "ZORCAM_PROPERTIES=" + props;
-        std::vector<char*> envp;
-        for (char** e = environ; *e != nullptr; ++e)
-            if (strncmp(*e, "ZORCAM_PROPERTIES=", 18) != 0) envp.push_back(*e);
-        envp.push_back(env.data());
-        envp.push_back(nullptr);
-        char self[] = "/proc/self/exe";
-        char* argv[] = {self, filter.data(), nullptr};
-        pid_t pid = 0;
-        ASSERT_EQ(posix_spawn(&pid, self, nullptr, nullptr, argv, envp.data()), 0);
-        int status = 0;
-        ASSERT_EQ(waitpid(pid, &status, 0), pid);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child failed";
+    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+        EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.DebugLinesAboveLevelTwo", 3));
         return;
     }
-
-    std::vector<unsigned char> buf = pattern(100);
+    const std::string start = "CamDump: IAllocator::allocate start";
+    const std::string success = "CamDump: IAllocator::allocate success";
+    const Lines head = {"[saveBufToSDFile] save to /sdcard/x.yuv", "[saveBufToSDFile] " + start,
+                        start};
+    Bytes buf = pattern(100);
+    useAllocator(TestAllocator::Mode::kPass);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(androidTexts(), (Lines{
-            "[saveBufToSDFile] save to /sdcard/x.yuv",
-            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-            "CamDump: IAllocator::allocate start",
-            "CamDump: IAllocator::allocate success",
-            "CamDump: read buffer to HidlMemory size=100",
-    }));
-    clearLogs();
-
+    EXPECT_EQ(texts(), (Lines{head[0], head[1], head[2], success,
+                              "CamDump: read buffer to HidlMemory size=100"}));
     useAllocator(TestAllocator::Mode::kRefuse);
     EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(androidTexts(), (Lines{
-            "[saveBufToSDFile] save to /sdcard/x.yuv",
-            "[saveBufToSDFile] CamDump: IAllocator::allocate start",
-            "CamDump: IAllocator::allocate start",
-            "CamDump operator(): allocating ashmem of 100 bytes failed!",
-            "CamDump: IAllocator::allocate success",
-    }));
+    EXPECT_EQ(texts(), (Lines{head[0], head[1], head[2], kRefusedAllocation, success}));
 }
 
 }  // namespace
