@@ -198,7 +198,8 @@ TEST_F(LibsyncTest, ClosingTheLastDescriptorFreesTheFence) {
     const int signalled = sw_sync_fence_create(mTimeline, "s", 1);
     advance();
     close(signalled);
-    EXPECT_EQ(openFdCount(), before);  // freed by the close itself
+    close(sw_sync_fence_create(mTimeline, "made-signalled", 1));
+    EXPECT_EQ(openFdCount(), before);  // signalled ones are freed by the close itself
     const int a = sw_sync_fence_create(mTimeline, "a", 10), o = sw_sync_fence_create(other, "o", 5);
     close(sync_merge("m", a, o));
     close(a);
