@@ -9,7 +9,7 @@ namespace Utils {
 namespace Format {
 
 namespace {
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 }  // namespace
 
 // ---- Descriptors

@@ -30,6 +30,9 @@ namespace ULog {
 /// The module id under which the whole library writes to the unified logger.
 constexpr uint32_t kUtilsModuleId = 0x40007001;
 
+/// The tag of the library at large; the overlays and the frame controller have their own.
+constexpr const char* kUtilsTag = "ZorCam/Utils";
+
 /// The module test of the unified path: the masked id names a module (>= 0x100000) and at
 /// least one of its categories (0xFF000).
 inline bool moduleEnabled(uint32_t moduleId) {

@@ -11,7 +11,7 @@ namespace Utils {
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 
 }  // namespace
 

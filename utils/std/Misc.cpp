@@ -39,7 +39,7 @@ namespace ULog {
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 
 // The camera log level, read once when the library is loaded and never written afterwards.
 struct CameraLogLevel {

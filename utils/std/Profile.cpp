@@ -15,7 +15,7 @@ namespace Utils {
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 
 using ULog::DetailsType;
 using ULog::ULogger;

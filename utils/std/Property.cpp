@@ -16,7 +16,7 @@ namespace Property {
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 
 // Built at load, the lock before the map, and destroyed at exit in the reverse order, so the
 // map never outlives the lock that guards it. Each sits on a cache line of its own: every

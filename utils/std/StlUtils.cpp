@@ -11,7 +11,7 @@
 namespace NSCam {
 
 namespace {
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 }  // namespace
 
 bool JobQueueStatic::lock(std::unique_lock<std::mutex>& lk) noexcept {

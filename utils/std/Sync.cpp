@@ -26,7 +26,7 @@ namespace Sync {
 
 namespace {
 
-constexpr const char* kTag = "ZorCam/Utils";
+constexpr const char* kTag = ::NSCam::Utils::ULog::kUtilsTag;
 constexpr unsigned kBoundedWaitMs = 3000;
 
 struct FileInfoDeleter {
