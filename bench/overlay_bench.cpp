@@ -5,12 +5,14 @@
 #include <zorcam/utils/std/DebugDrawID.h>
 #include <zorcam/utils/std/DebugScanLine.h>
 
+#include "DebugDrawIDStamp.h"
 #include "DebugScanLinePaint.h"
 
 #include <benchmark/benchmark.h>
 
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <vector>
 
 namespace {
@@ -35,6 +37,33 @@ void BM_Stamp(benchmark::State& state) {
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * stampBytes(size, digits)));
 }
+
+// The stamp through each vector path this processor has, the one the library picks and the
+// ones it would pick on processors with less (the bounds checks and digit split included).
+void BM_StampPath(benchmark::State& state, const NSCam::Utils::DrawID::FastPath* path) {
+    using namespace NSCam::Utils::DrawID;
+    const unsigned size = static_cast<unsigned>(state.range(0));
+    const unsigned digits = static_cast<unsigned>(state.range(1));
+    std::vector<uint8_t> plane(kPlaneBytes, 0);
+    uint32_t number = 0;
+    for (auto _ : state) {
+        const ShownDigits shown(number++, digits);
+        path->mStamp({&shown, digits, size, 250, 20, plane.data() + 200 + 200 * kWidth, kWidth});
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * stampBytes(size, digits)));
+}
+
+const bool kPathsRegistered = [] {
+    for (const auto& path : NSCam::Utils::DrawID::kFastPaths) {
+        if (!path.mSupported()) continue;
+        benchmark::RegisterBenchmark((std::string("BM_StampPath/") + path.mName).c_str(),
+                                     BM_StampPath, &path)
+                ->Args({10, 5})
+                ->Args({40, 8});
+    }
+    return true;
+}();
 
 // The same number of bytes as the stamp, in one copy.
 void BM_StampMemcpy(benchmark::State& state) {

@@ -1,5 +1,6 @@
 #include <zorcam/utils/std/DebugDrawID.h>
 
+#include "DebugDrawIDStamp.h"
 #include "LogCapture.h"
 
 #include <zorcam/utils/std/Log.h>
@@ -145,6 +146,37 @@ TEST_F(DebugDrawIDTest, NumericStampShowsTheLowestDigitsInAnOpaqueBoxRowByRow) {
     EXPECT_EQ(seen, expected);
     EXPECT_EQ(plane.bytes[expected.size()], kUntouched);
     expectNoLines();
+}
+
+// Each vector path the processor has, not only the one the library picked, draws exactly the
+// reference stamp: cell sizes and digit counts around the paths' limits (64 cells across,
+// 8 vectors wide, cells of 16 and 64 bytes), boxes at any alignment, stride equal to the box.
+TEST_F(DebugDrawIDTest, EveryVectorPathDrawsTheSameStamps) {
+    using namespace NSCam::Utils::DrawID;
+    const std::string number = "3141592653";
+    int paths = 0;
+    for (const FastPath& path : kFastPaths) {
+        if (!path.mSupported()) continue;
+        ++paths;
+        for (unsigned size : {2u, 3u, 7u, 10u, 16u, 17u, 33u, 64u}) {
+            for (unsigned digit : {1u, 2u, 5u, 8u, 12u, 13u, 20u}) {
+                const uint64_t box = uint64_t{5} * size * digit;
+                if (box < path.mWidth || box > kScratchBytes) continue;
+                const std::string shown = digit > 10 ? std::string(digit - 10, '0') + number
+                                                     : number.substr(10 - digit);
+                for (const unsigned x : {0u, 1u, 37u}) {
+                    SCOPED_TRACE(std::string(path.mName) + " size " + std::to_string(size) +
+                                 " digits " + std::to_string(digit) + " x " + std::to_string(x));
+                    Plane plane(static_cast<unsigned>(x + box + x % 2 * 64), 5 * size + 2);
+                    const ShownDigits digits(3141592653u, digit);
+                    path.mStamp({&digits, digit, size, kBg, kFg,
+                                 plane.bytes.data() + x + plane.stride, plane.stride});
+                    plane.expectStamp(x, 1, size, shown, false);
+                }
+            }
+        }
+    }
+    EXPECT_GT(paths, 0);
 }
 
 TEST_F(DebugDrawIDTest, DefaultsSkipExactlyWhenTheLastByteWouldBeTheBuffersLast) {

@@ -2,6 +2,7 @@
 
 #include <zorcam/utils/std/DebugDrawID.h>
 
+#include "DebugDrawIDStamp.h"
 #include "LogMacros.h"
 
 #include <cutils/properties.h>
@@ -10,28 +11,15 @@
 #include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
+using namespace NSCam::Utils::DrawID;
+
 constexpr const char* kTag = "ZorCam/DebugDrawID";
 
-constexpr unsigned kGlyphRows = 5;
-constexpr unsigned kDigitColumns = 5;
 constexpr unsigned kTextColumns = 6;
-
-// Digit font: glyph of each digit value, 5 rows x 5 columns, 1 = foreground.
-constexpr uint8_t kDigitFont[10][kGlyphRows * kDigitColumns] = {
-    {0,1,1,1,0,  0,1,0,1,0,  0,1,0,1,0,  0,1,0,1,0,  0,1,1,1,0},  // 0
-    {0,0,0,1,0,  0,0,0,1,0,  0,0,0,1,0,  0,0,0,1,0,  0,0,0,1,0},  // 1
-    {0,1,1,1,0,  0,0,0,1,0,  0,1,1,1,0,  0,1,0,0,0,  0,1,1,1,0},  // 2
-    {0,1,1,1,0,  0,0,0,1,0,  0,1,1,1,0,  0,0,0,1,0,  0,1,1,1,0},  // 3
-    {0,1,0,1,0,  0,1,0,1,0,  0,1,1,1,0,  0,0,0,1,0,  0,0,0,1,0},  // 4
-    {0,1,1,1,0,  0,1,0,0,0,  0,1,1,1,0,  0,0,0,1,0,  0,1,1,1,0},  // 5
-    {0,1,0,0,0,  0,1,0,0,0,  0,1,1,1,0,  0,1,0,1,0,  0,1,1,1,0},  // 6
-    {0,1,1,1,0,  0,1,0,1,0,  0,0,0,1,0,  0,0,0,1,0,  0,0,0,1,0},  // 7
-    {0,1,1,1,0,  0,1,0,1,0,  0,1,1,1,0,  0,1,0,1,0,  0,1,1,1,0},  // 8
-    {0,1,1,1,0,  0,1,0,1,0,  0,1,1,1,0,  0,0,0,1,0,  0,1,1,1,0},  // 9
-};
 
 // Text font: '0' to '9' (the digit glyphs one column to the right), then 'A' to 'Z'.
 constexpr uint8_t kTextFont[36][kGlyphRows * kTextColumns] = {
@@ -73,13 +61,6 @@ constexpr uint8_t kTextFont[36][kGlyphRows * kTextColumns] = {
     {1,1,1,1,1,0,  0,0,0,1,0,0,  0,0,1,0,0,0,  0,1,0,0,0,0,  1,1,1,1,1,0},  // Z
 };
 
-// One row of the numeric stamp is composed here before it is copied to the cell's rows.
-// Rows wider than this are composed and copied in pieces. The slack lets a cell of up to
-// kWideCell bytes be filled with one fixed-size store that the next cell overwrites.
-constexpr uint64_t kScratchBytes = 4096;
-constexpr uint64_t kFastCell = 16;
-constexpr uint64_t kWideCell = 64;
-
 // End offset (one past the last byte) of a box whose top-left byte is x of row y, `rows`
 // rows high and `width` bytes wide, as x + (y + rows - 1) * stride + width. false when it does
 // not fit in 64 bits; the caller then treats the box as exceeding any buffer.
@@ -96,70 +77,25 @@ bool boxEnd(uint64_t x, uint64_t y, uint64_t rows, uint64_t stride, uint64_t wid
     return true;
 }
 
-// The digits a stamp shows: a 32-bit number has at most ten, so every position further left
-// than that shows 0.
-class ShownDigits {
-public:
-    ShownDigits(uint32_t number, uint64_t count) : mCount(count) {
-        for (uint8_t& d : mLow) {
-            d = static_cast<uint8_t>(number % 10);
-            number /= 10;
-        }
-    }
-    // Value at position k, 0 being the leftmost.
-    unsigned at(uint64_t k) const {
-        const uint64_t power = mCount - 1 - k;
-        return power >= 10 ? 0 : mLow[power];
-    }
-
-private:
-    uint64_t mCount;
-    uint8_t mLow[10];
-};
-
 struct Fill {
     uint8_t mValue;
     uint8_t mWide[kWideCell];  // mValue repeated, for the fixed-size stores
     explicit Fill(uint8_t value) : mValue(value) { memset(mWide, value, sizeof(mWide)); }
 };
 
-// Composes glyph row r of `count` whole digits into out with one store of kStore bytes per
-// cell, each spilling into the next cell, which is stored after it.
-template <uint64_t kStore>
-void composeWholeDigits(const ShownDigits& digits, uint64_t count, uint64_t size, unsigned r,
-                        const Fill& bg, const Fill& fg, uint8_t* out) {
-    for (uint64_t k = 0; k < count; ++k) {
-        const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
-        for (unsigned column = 0; column < kDigitColumns; ++column) {
-            memcpy(out, (glyph[column] ? fg : bg).mWide, kStore);
-            out += size;
-        }
-    }
-}
-
-// Composes bytes [begin, end) of glyph row r of the numeric stamp into out. out must have
-// kWideCell bytes of room past end - begin.
+// Composes bytes [begin, end) of glyph row r of the numeric stamp into out, cell by cell.
+// out must have kFastCell bytes of room past end - begin.
 void composeDigitRow(const ShownDigits& digits, uint64_t size, unsigned r, uint64_t begin,
                      uint64_t end, const Fill& bg, const Fill& fg, uint8_t* out) {
-    // Whole digits of cells up to kWideCell bytes, the usual case, take fixed-size stores.
-    if (begin == 0 && size <= kWideCell && end % (kDigitColumns * size) == 0) {
-        const uint64_t count = end / (kDigitColumns * size);
-        if (size <= kFastCell) {
-            composeWholeDigits<kFastCell>(digits, count, size, r, bg, fg, out);
-        } else {
-            composeWholeDigits<kWideCell>(digits, count, size, r, bg, fg, out);
-        }
-        return;
-    }
     uint64_t cell = begin / size;
     uint64_t pos = begin;
     uint64_t k = cell / kDigitColumns;
+    uint64_t column = cell % kDigitColumns;
     const uint8_t* glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
     while (pos < end) {
-        const uint64_t column = cell % kDigitColumns;
-        if (column == 0 && cell / kDigitColumns != k) {
-            k = cell / kDigitColumns;
-            glyph = kDigitFont[digits.at(k)] + r * kDigitColumns;
+        if (column == kDigitColumns) {
+            column = 0;
+            glyph = kDigitFont[digits.at(++k)] + r * kDigitColumns;
         }
         const Fill& f = glyph[column] ? fg : bg;
         const uint64_t cellEnd = std::min((cell + 1) * size, end);
@@ -170,7 +106,15 @@ void composeDigitRow(const ShownDigits& digits, uint64_t size, unsigned r, uint6
         }
         pos = cellEnd;
         ++cell;
+        ++column;
     }
+}
+
+// The best vector path this processor has, picked on first use.
+const FastPath& fastPath() {
+    static const FastPath& path = *std::find_if(std::begin(kFastPaths), std::end(kFastPaths),
+                                                [](const FastPath& p) { return p.mSupported(); });
+    return path;
 }
 
 // Text-font glyph of a byte, or null for a byte that is not drawn.
@@ -260,11 +204,19 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     }
     if (boxWidth == 0) return;
 
-    uint8_t scratch[kScratchBytes + kWideCell];
-    const Fill bgFill(static_cast<unsigned char>(bg));
-    const Fill fgFill(static_cast<unsigned char>(fg));
     const ShownDigits shown(number, digit);
     uint8_t* const plane = reinterpret_cast<uint8_t*>(buffer);
+    const FastPath& fast = fastPath();
+    if (s <= kWideCell && boxWidth >= fast.mWidth && boxWidth <= kScratchBytes &&
+        stride >= boxWidth) {
+        fast.mStamp({&shown, digit, s, static_cast<uint8_t>(bg), static_cast<uint8_t>(fg),
+                     plane + x + uint64_t{y} * stride, stride});
+        return;
+    }
+
+    const Fill bgFill(static_cast<unsigned char>(bg));
+    const Fill fgFill(static_cast<unsigned char>(fg));
+    uint8_t scratch[kScratchBytes + kFastCell];
     // Rows are written top to bottom, each before the next, so that where a stamp is wider
     // than the stride the later row is the one that stays. Such a row is written only up to
     // where the next row starts, as the next row overwrites the rest anyway; that keeps the
