@@ -79,7 +79,7 @@ bool boxEnd(uint64_t x, uint64_t y, uint64_t rows, uint64_t stride, uint64_t wid
 
 struct Fill {
     uint8_t mValue;
-    uint8_t mWide[kWideCell];  // mValue repeated, for the fixed-size stores
+    uint8_t mWide[kFastCell];  // mValue repeated, for the fixed-size stores
     explicit Fill(uint8_t value) : mValue(value) { memset(mWide, value, sizeof(mWide)); }
 };
 
