@@ -164,8 +164,9 @@ TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
             f << "vendor.debug.zorcam.ulog.mode=2\nvendor.debug.zorcam.ulog.level=5\n";
             if (c.value != nullptr) f << "persist.vendor.zor.camera.log_level=" << c.value << "\n";
         }
-        const std::string cmd = "ZORCAM_PROPERTIES=" + (dir / "props") + " " LOGLEVEL_PROBE " >" +
-                                (dir / "out") + " 2>" + (dir / "err");
+        const std::string cmd = "ZORCAM_PROPERTIES=" + (dir / "props") +
+                                " " ZORCAM_TEST_EMULATOR " " LOGLEVEL_PROBE " >" + (dir / "out") +
+                                " 2>" + (dir / "err");
         ASSERT_EQ(system(cmd.c_str()), 0);
         EXPECT_EQ(slurp(dir / "out"), c.letters);
         EXPECT_NE(slurp(dir / "err").find(std::string("[load] ###### get camera log property =") +

@@ -114,8 +114,9 @@ TEST(PropertiesFile, SeedsTheStoreAndSkipsMalformedLines) {
         f << "# comment\n\n  spaced.key = spaced value  \nplain=1\nno equals sign\n=novalue\n"
           << "long=" << std::string(100, 'x') << "\nlast=end";
     }
-    const std::string cmd = "ZORCAM_PROPERTIES=" + props + " " SYSTEM_PROPERTIES_PROBE
-                            " spaced.key plain long last missing >" + out + " 2>" + err;
+    const std::string cmd = "ZORCAM_PROPERTIES=" + props + " " ZORCAM_TEST_EMULATOR
+                            " " SYSTEM_PROPERTIES_PROBE " spaced.key plain long last missing >" +
+                            out + " 2>" + err;
     ASSERT_EQ(system(cmd.c_str()), 0);
     std::ifstream o(out);
     std::string printed((std::istreambuf_iterator<char>(o)), std::istreambuf_iterator<char>());

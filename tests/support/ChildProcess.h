@@ -22,8 +22,9 @@ inline bool runWithCameraLogLevel(const std::string& gtestFilter, int logLevel) 
     dprintf(fd, "persist.vendor.zor.camera.log_level=%d\n", logLevel);
     close(fd);
     const std::string out = std::string(props) + ".out";
-    const std::string cmd = "ZORCAM_PROPERTIES=" + std::string(props) + " '" + self +
-                            "' --gtest_filter='" + gtestFilter + "' > " + out;
+    const std::string cmd = "ZORCAM_PROPERTIES=" + std::string(props) +
+                            " " ZORCAM_TEST_EMULATOR " '" + self + "' --gtest_filter='" +
+                            gtestFilter + "' > " + out;
     const int status = system(cmd.c_str());
     std::string text;
     if (FILE* f = fopen(out.c_str(), "r")) {
