@@ -151,22 +151,10 @@ protected:
     int mMappings = 0;
 };
 
-// The allocator answers with a larger block, but the service gets the requested size; the
-// caller's buffer is only read.
-TEST_F(CamDumpTest, BufferReachesTheServiceInSharedMemory) {
-    sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
-    const size_t size = 3 * 1024 * 1024 + 5;
-    Bytes buf = pattern(size);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(buf, pattern(size));
-    EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{size});
-    ASSERT_EQ(mService->mCalls.size(), 1u);
-    EXPECT_EQ(mService->mCalls[0].size, size);
-    EXPECT_EQ(mService->mCalls[0].content, buf);
-}
-
-// At camera log level 2 only the unified lines pass: warning (5) and debug (3).
-TEST_F(CamDumpTest, PathsAreForcedUnderTheSdcardTree) {
+// The service gets the path after the prefix rules, the size asked (not the allocator's larger
+// block) and the content; the caller's buffer is only read. At camera log level 2 only the
+// unified lines pass: warning (5) and debug (3).
+TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
     const struct {
         std::string in, out;
     } cases[] = {
@@ -179,13 +167,17 @@ TEST_F(CamDumpTest, PathsAreForcedUnderTheSdcardTree) {
             {"/a.raw", "/sdcard/a.raw"},
             {"", "/sdcard"},
     };
-    unsigned char byte = 7;
+    const size_t size = 3 * 4096 + 5;
+    Bytes buf = pattern(size);
     for (const auto& c : cases) {
         SCOPED_TRACE(c.in);
-        useAllocator(TestAllocator::Mode::kPass);
-        EXPECT_TRUE(saveBufToSDFile(c.in.c_str(), &byte, 1));
+        sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
+        EXPECT_TRUE(saveBufToSDFile(c.in.c_str(), buf.data(), size));
+        EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{size});
         ASSERT_EQ(mService->mCalls.size(), 1u);
         EXPECT_EQ(mService->mCalls[0].path, c.out);
+        EXPECT_EQ(mService->mCalls[0].size, size);
+        EXPECT_EQ(mService->mCalls[0].content, buf);
         const bool warned = c.in != c.out;
         const Lines lines = {"[saveBufToSDFile] force change path " + c.in + " to SD path",
                              "[saveBufToSDFile] save to " + c.out,
@@ -193,6 +185,7 @@ TEST_F(CamDumpTest, PathsAreForcedUnderTheSdcardTree) {
         EXPECT_EQ(texts(), Lines(lines.begin() + (warned ? 0 : 1), lines.end()));
         EXPECT_EQ(androidLines().at(0).prio, warned ? 5 : 3);
     }
+    EXPECT_EQ(buf, pattern(size));
 }
 
 // Each failure with its error lines (the refused buffer's on the property-gated path, Android

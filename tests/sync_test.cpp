@@ -63,9 +63,6 @@ extern "C" void atrace_end_body() { record("end"); }
 
 namespace {
 
-using NSCam::Utils::ULog::DETAILS_ERROR;
-using NSCam::Utils::ULog::DETAILS_WARNING;
-
 class SyncTest : public LogCaptureTest {
 protected:
     void SetUp() override {
@@ -85,45 +82,59 @@ protected:
         EXPECT_GE(mTimelines.back(), 0);
         return mTimelines.back();
     }
-    static sp<IFence> fenceOn(int timeline, unsigned value) {
-        return IFence::create(sw_sync_fence_create(timeline, "fence", value));
+    sp<IFence> fenceAt(unsigned value, int timeline = -1, const char* name = "fence") {
+        return IFence::create(
+                sw_sync_fence_create(timeline < 0 ? mTimeline : timeline, name, value));
     }
-    sp<IFence> fenceAt(unsigned value) { return fenceOn(mTimeline, value); }
-    void advance(int timeline, unsigned n = 1) { ASSERT_EQ(sw_sync_timeline_inc(timeline, n), 0); }
-    void advance() { advance(mTimeline); }
+    void advance(unsigned n = 1, int timeline = -1) {
+        ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline : timeline, n), 0);
+    }
     void expectError(const std::string& text) {
-        expectOnlyLine(ANDROID_LOG_ERROR, DETAILS_ERROR, "ZorCam/Utils", text);
+        expectOnlyLine(ANDROID_LOG_ERROR, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils", text);
         clearLogs();
-    }
-    // The bounded wait of waitForever runs out, and the fence signals just after it.
-    void signalAfterBoundedWait() {
-        sBoundedWait = [this] {
-            advance();
-            errno = ETIME;
-            return -1;
-        };
     }
 
     int mTimeline = -1;
     std::vector<int> mTimelines;
 };
 
-TEST_F(SyncTest, CreateTakesOverTheDescriptor) {
-    // -1 makes a new invalid fence; invalid fences answer at once, without a call or a line.
-    const sp<IFence> invalid = IFence::create(-1);
-    EXPECT_NE(invalid, IFence::NO_FENCE);
-    for (const sp<IFence>& i : {IFence::NO_FENCE, invalid}) {
-        EXPECT_EQ(i->wait(-1), 0);
-        EXPECT_EQ(i->waitForever("cam"), 0);
-        EXPECT_EQ(i->getSignalTime(), -1);
+// Invalid inputs are 0 (two of them: NO_FENCE without a sync_merge); a merged fence has a new
+// descriptor and the inputs keep theirs.
+TEST_F(SyncTest, MergeCoversEveryValidityCombination) {
+    for (int mask : {0, 1, 2, 3}) {
+        SCOPED_TRACE(mask);
+        const int timeline = newTimeline();
+        sp<IFence> a = (mask & 1) ? fenceAt(1, timeline) : IFence::create(-1);
+        sp<IFence> b = (mask & 2) ? fenceAt(2, timeline) : IFence::NO_FENCE;
+        sp<IFence> m = IFence::merge("merged", a, b);
+        if (mask == 0) {
+            EXPECT_EQ(m, IFence::NO_FENCE);
+            EXPECT_TRUE(sCalls.empty());
+            continue;
+        }
+        EXPECT_STREQ(m->name(), "merged");
+        for (const sp<IFence>& in : {a, b}) {
+            EXPECT_NE(m->getFd(), in->getFd());
+            EXPECT_EQ(fcntl(in->getFd(), F_GETFD) != -1, in->isValid());
+        }
+        advance(1, timeline);
+        EXPECT_EQ(m->wait(0), (mask & 2) ? -ETIME : 0);
+        advance(1, timeline);
+        EXPECT_EQ(m->wait(0), 0);
     }
-    EXPECT_EQ(IFence::merge("none", IFence::NO_FENCE, invalid), IFence::NO_FENCE);
-    EXPECT_TRUE(sCalls.empty());
     expectNoLines();
+}
 
-    const int fd = sw_sync_fence_create(mTimeline, "preview-buffer-7", 1);
-    sp<IFence> f = IFence::create(fd);
-    EXPECT_EQ(f->getFd(), fd);
+TEST_F(SyncTest, CreateTakesOverTheDescriptor) {
+    const sp<IFence> invalid = IFence::create(-1);  // new, and answers at once without a call
+    EXPECT_NE(invalid, IFence::NO_FENCE);
+    EXPECT_EQ(invalid->wait(-1), 0);
+    EXPECT_EQ(invalid->waitForever("cam"), 0);
+    EXPECT_EQ(invalid->getSignalTime(), -1);
+    EXPECT_TRUE(sCalls.empty());
+
+    sp<IFence> f = fenceAt(1, -1, "preview-buffer-7");
+    const int fd = f->getFd();
     EXPECT_STREQ(f->name(), "preview-buffer-7");
     const int copy = f->dup();
     f.clear();
@@ -131,25 +142,6 @@ TEST_F(SyncTest, CreateTakesOverTheDescriptor) {
     advance();
     EXPECT_EQ(sync_wait(copy, 0), 0);  // the copy is the same sync file
     close(copy);
-}
-
-TEST_F(SyncTest, MergeCoversEveryValidityCombination) {
-    for (int mask : {3, 1, 2}) {
-        SCOPED_TRACE(mask);
-        const int timeline = newTimeline();
-        sp<IFence> a = (mask & 1) ? fenceOn(timeline, 1) : IFence::NO_FENCE;
-        sp<IFence> b = (mask & 2) ? fenceOn(timeline, 2) : IFence::NO_FENCE;
-        sp<IFence> m = IFence::merge("merged", a, b);
-        EXPECT_STREQ(m->name(), "merged");
-        for (const sp<IFence>& in : {a, b}) {  // the inputs keep their own descriptors
-            EXPECT_NE(m->getFd(), in->getFd());
-            EXPECT_EQ(fcntl(in->getFd(), F_GETFD) != -1, in->isValid());
-        }
-        advance(timeline);
-        EXPECT_EQ(m->wait(0), (mask & 2) ? -ETIME : 0);
-        advance(timeline);
-        EXPECT_EQ(m->wait(0), 0);
-    }
     expectNoLines();
 }
 
@@ -166,6 +158,8 @@ TEST_F(SyncTest, FailuresWriteOneErrorLine) {
     expectError("[create] sw_sync_timeline_create is no longer available ");
 }
 
+// waitForever's bounded wait runs out, and the fence signals just after it: one warning, then
+// one unbounded wait. An error ends it at once.
 TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
     sp<IFence> f = fenceAt(1);
     EXPECT_EQ(f->wait(0), -ETIME);
@@ -175,28 +169,28 @@ TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
     close(closed);
     sp<IFence> stale = IFence::create(closed);
     EXPECT_EQ(stale->wait(0), -EINVAL);
-    EXPECT_EQ(stale->waitForever("cam"), -EINVAL);  // neither a warning nor a second wait
+    EXPECT_EQ(stale->waitForever("cam"), -EINVAL);
     EXPECT_EQ(sCalls, (Calls{"sync_wait 0", "sync_wait -1", "sync_wait 0", "sync_wait 3000"}));
     expectNoLines();
 
     sp<IFence> late = fenceAt(2);
     sCalls.clear();
-    signalAfterBoundedWait();
+    sBoundedWait = [this] { return advance(), errno = ETIME, -1; };
     EXPECT_EQ(late->waitForever("preview"), 0);
     EXPECT_EQ(sCalls, (Calls{"sync_wait 3000", "sync_wait -1"}));
-    expectOnlyLine(ANDROID_LOG_WARN, DETAILS_WARNING, "ZorCam/Utils",
+    expectOnlyLine(ANDROID_LOG_WARN, NSCam::Utils::ULog::DETAILS_WARNING, "ZorCam/Utils",
                    "[waitForever] preview: fence " + std::to_string(late->getFd()) +
                            " didn't signal in 3000 ms");
 }
 
-// A waiter that returned must find the fence signalled, whichever thread signalled it.
+// Several threads wait on one fence; each that returns finds it signalled.
 TEST_F(SyncTest, WaitersReturnWhenAnotherThreadSignals) {
     sp<IFence> f = fenceAt(1);
     std::atomic<int> ok{0};
     std::vector<std::thread> waiters;
     for (int i = 0; i < 8; ++i)
         waiters.emplace_back([&f, &ok, i] {
-            if (f->wait(i % 2 ? -1 : 60000) == 0 && f->getSignalTime() != INT64_MAX) ++ok;
+            ok += f->wait(i % 2 ? -1 : 60000) == 0 && f->getSignalTime() != INT64_MAX;
         });
     advance();
     for (auto& t : waiters) t.join();
@@ -205,14 +199,13 @@ TEST_F(SyncTest, WaitersReturnWhenAnotherThreadSignals) {
 
 TEST_F(SyncTest, SignalTimeIsTheLatestPoint) {
     const int other = newTimeline();
-    sp<IFence> a = fenceAt(1), b = fenceOn(other, 1);
+    sp<IFence> a = fenceAt(1), b = fenceAt(1, other);
     sp<IFence> m = IFence::merge("m", a, b);
     advance();
     EXPECT_EQ(m->getSignalTime(), INT64_MAX);
-    advance(other);
+    advance(1, other);
     EXPECT_LT(a->getSignalTime(), b->getSignalTime());
     EXPECT_EQ(m->getSignalTime(), b->getSignalTime());
-    EXPECT_EQ(IFence::merge("again", b, m)->getSignalTime(), b->getSignalTime());
     expectNoLines();
 }
 
@@ -224,7 +217,7 @@ TEST_F(SyncTest, TraceSectionsCloseOnEveryWayOut) {
     IFence::NO_FENCE->waitForever("x");
     IFence::merge("none", IFence::NO_FENCE, IFence::NO_FENCE);
     IFence::merge("fail", plain, plain);
-    signalAfterBoundedWait();
+    sBoundedWait = [this] { return advance(), errno = ETIME, -1; };
     f->waitForever("x");
     EXPECT_EQ(sCalls, (Calls{"wait", "sync_wait 0", "end", "waitForever", "end", "merge", "end",
                              "merge", "sync_merge", "end", "waitForever", "sync_wait 3000",
@@ -236,12 +229,11 @@ TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
     const int before = openFdCount();
     for (unsigned i = 0; i < 10000; ++i) {
         sp<IFence> a = fenceAt(2 * i + 1), b = fenceAt(2 * i + 2);
-        sp<IFence> m = IFence::merge("m", a, b);
-        sp<IFence> self = IFence::merge("self", m, IFence::NO_FENCE);
+        sp<IFence> self = IFence::merge("self", IFence::merge("m", a, b), IFence::NO_FENCE);
         close(self->dup());
         b.clear();  // dropped before they signal
-        IFence::merge("never", a, fenceOn(stuck, 1));
-        advance(mTimeline, 2);  // m and self signal
+        IFence::merge("never", a, fenceAt(1, stuck));
+        advance(2);
     }
     EXPECT_EQ(openFdCount(), before);
 }
@@ -249,11 +241,10 @@ TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
 // ---- Stress, at the sizes platform sync suites use.
 
 TEST_F(SyncTest, TwoThreadsTakeTurnsThroughFences) {
-    constexpr unsigned kTurns = 65536;
     std::atomic<unsigned> turn{0}, faults{0};
     auto player = [&](unsigned first) {
-        for (unsigned i = first; i < kTurns; i += 2) {
-            if (fenceAt(i)->wait(-1) != 0 || turn.load() != i) ++faults;
+        for (unsigned i = first; i < 65536; i += 2) {
+            faults += fenceAt(i)->wait(-1) != 0 || turn.load() != i;
             turn.store(i + 1);
             sw_sync_timeline_inc(mTimeline, 1);
         }
@@ -264,26 +255,26 @@ TEST_F(SyncTest, TwoThreadsTakeTurnsThroughFences) {
     EXPECT_EQ(faults.load(), 0u);
 }
 
+// Each round the consumer releases 16 producers and waits for all of them on one merged fence.
 TEST_F(SyncTest, ConsumerWaitsOnMergedFencesOfSixteenProducers) {
     constexpr unsigned kRounds = 4096;
     std::vector<int> timelines(16);
     for (int& t : timelines) t = newTimeline();
-    std::atomic<unsigned> done[16] = {};
-    std::atomic<unsigned> faults{0};
+    std::atomic<unsigned> done[16] = {}, faults{0};
     std::vector<std::thread> producers;
     for (size_t p = 0; p < timelines.size(); ++p)
         producers.emplace_back([&, p] {
             for (unsigned r = 1; r <= kRounds; ++r) {
-                if (fenceAt(r)->wait(-1) != 0) ++faults;  // the consumer's go
+                faults += fenceAt(r)->wait(-1) != 0;
                 done[p].store(r);
                 sw_sync_timeline_inc(timelines[p], 1);
             }
         });
     for (unsigned r = 1; r <= kRounds; ++r) {
         sp<IFence> all = IFence::NO_FENCE;
-        for (int t : timelines) all = IFence::merge("round", all, fenceOn(t, r));
+        for (int t : timelines) all = IFence::merge("round", all, fenceAt(r, t));
         advance();
-        if (all->wait(-1) != 0) ++faults;
+        faults += all->wait(-1) != 0;
         for (auto& d : done) faults += d.load() != r;
     }
     for (auto& t : producers) t.join();
@@ -302,18 +293,18 @@ TEST_F(SyncTest, RandomMergesKeepOnePointPerTimeline) {
         const unsigned value = 1 + rng() % 1000;
         distinct += latest[t] == 0;
         latest[t] = std::max(latest[t], value);
-        merged = IFence::merge("random", merged, fenceOn(timelines[t], value));
+        merged = IFence::merge("random", merged, fenceAt(value, timelines[t]));
         struct sync_file_info* info = sync_file_info(merged->getFd());
         ASSERT_EQ(info != nullptr ? info->num_fences : 0u, distinct) << "merge " << i;
         sync_file_info_free(info);
     }
-    // One short of the latest value on every timeline, then the last step one by one: only
-    // the last step of all signals the merged fence.
-    for (size_t t = 0; t < timelines.size(); ++t) advance(timelines[t], latest[t] - 1);
+    // One short of the latest value on every timeline, then the last steps one by one in a
+    // random order: only the last step of all signals the merged fence.
+    for (size_t t = 0; t < timelines.size(); ++t) advance(latest[t] - 1, timelines[t]);
     std::shuffle(timelines.begin(), timelines.end(), rng);
     for (int t : timelines) {
         EXPECT_EQ(merged->wait(0), -ETIME);
-        advance(t);
+        advance(1, t);
     }
     EXPECT_EQ(merged->wait(0), 0);
 }
