@@ -60,31 +60,24 @@ public:
 
 // Records allocations and answers them in one of several ways (kAbsent: not registered). A
 // passed allocation states a larger size than asked, as an allocator rounding up may.
-class TestAllocator : public IAllocator {
-public:
+struct TestAllocator : public IAllocator {
     enum class Mode { kPass, kRefuse, kNoDescriptor, kAbsent };
 
     TestAllocator(sp<IAllocator> real, Mode mode) : mReal(std::move(real)), mMode(mode) {}
 
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
         mSizes.push_back(size);
-        if (mMode == Mode::kRefuse) {
-            cb(false, hidl_memory());
-        } else if (mMode == Mode::kNoDescriptor) {
-            native_handle_t* handle = native_handle_create(0, 0);
-            cb(true, hidl_memory("ashmem", handle, size));
-            native_handle_delete(handle);
-        } else {
-            return mReal->allocate(size + 4096, cb);
-        }
+        if (mMode == Mode::kPass) return mReal->allocate(size + 4096, cb);
+        if (mMode == Mode::kRefuse) return cb(false, hidl_memory()), Void();
+        native_handle_t* handle = native_handle_create(0, 0);  // a block with no descriptor
+        cb(true, hidl_memory("ashmem", handle, size));
+        native_handle_delete(handle);
         return Void();
     }
 
-    std::vector<uint64_t> mSizes;  // of each allocation asked for
-
-private:
     sp<IAllocator> mReal;
     Mode mMode;
+    std::vector<uint64_t> mSizes;  // of each allocation asked for
 };
 
 int ashmemMappings() {
@@ -264,16 +257,16 @@ TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {
     }
     const std::string start = "CamDump: IAllocator::allocate start";
     const std::string success = "CamDump: IAllocator::allocate success";
-    const Lines head = {"[saveBufToSDFile] save to /sdcard/x.yuv", "[saveBufToSDFile] " + start,
-                        start};
     Bytes buf = pattern(100);
-    useAllocator(TestAllocator::Mode::kPass);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(texts(), (Lines{head[0], head[1], head[2], success,
-                              "CamDump: read buffer to HidlMemory size=100"}));
-    useAllocator(TestAllocator::Mode::kRefuse);
-    EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-    EXPECT_EQ(texts(), (Lines{head[0], head[1], head[2], kRefusedAllocation, success}));
+    for (auto mode : {TestAllocator::Mode::kPass, TestAllocator::Mode::kRefuse}) {
+        useAllocator(mode);
+        EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
+        const bool pass = mode == TestAllocator::Mode::kPass;
+        EXPECT_EQ(texts(), (Lines{"[saveBufToSDFile] save to /sdcard/x.yuv",
+                                  "[saveBufToSDFile] " + start, start,
+                                  pass ? success : kRefusedAllocation,
+                                  pass ? "CamDump: read buffer to HidlMemory size=100" : success}));
+    }
 }
 
 }  // namespace

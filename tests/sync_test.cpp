@@ -98,18 +98,20 @@ protected:
     std::vector<int> mTimelines;
 };
 
-// Invalid inputs are 0 (two of them: NO_FENCE without a sync_merge); a merged fence has a new
-// descriptor and the inputs keep theirs.
+// Invalid inputs are ignored (two of them give NO_FENCE without a sync_merge); a merged fence
+// has a new descriptor and the inputs keep theirs.
 TEST_F(SyncTest, MergeCoversEveryValidityCombination) {
+    atrace_enabled_tags = ATRACE_TAG_CAMERA;
     for (int mask : {0, 1, 2, 3}) {
         SCOPED_TRACE(mask);
         const int timeline = newTimeline();
         sp<IFence> a = (mask & 1) ? fenceAt(1, timeline) : IFence::create(-1);
         sp<IFence> b = (mask & 2) ? fenceAt(2, timeline) : IFence::NO_FENCE;
+        sCalls.clear();
         sp<IFence> m = IFence::merge("merged", a, b);
         if (mask == 0) {
             EXPECT_EQ(m, IFence::NO_FENCE);
-            EXPECT_TRUE(sCalls.empty());
+            EXPECT_EQ(sCalls, (Calls{"merge", "end"}));
             continue;
         }
         EXPECT_STREQ(m->name(), "merged");
@@ -149,7 +151,9 @@ TEST_F(SyncTest, FailuresWriteOneErrorLine) {
     sp<IFence> good = fenceAt(1);
     sp<IFence> plain = IFence::create(eventfd(0, EFD_CLOEXEC));  // not a sync file
     const std::string fds = std::to_string(plain->getFd()) + ", " + std::to_string(good->getFd());
+    atrace_enabled_tags = ATRACE_TAG_CAMERA;
     EXPECT_EQ(IFence::merge("bad", plain, good), IFence::NO_FENCE);
+    EXPECT_EQ(sCalls, (Calls{"merge", "sync_merge", "end"}));
     expectError("[merge] Error merge: sync_merge(\"bad\", " + fds + ")");
     EXPECT_EQ(plain->getSignalTime(), -1);
     expectError("[getSignalTime] sync_fence_info returned NULL for fd " +
@@ -158,9 +162,10 @@ TEST_F(SyncTest, FailuresWriteOneErrorLine) {
     expectError("[create] sw_sync_timeline_create is no longer available ");
 }
 
-// waitForever's bounded wait runs out, and the fence signals just after it: one warning, then
-// one unbounded wait. An error ends it at once.
+// Every way out of wait and waitForever closes its trace section. waitForever's bounded wait
+// runs out and the fence signals just after it: one warning, then one unbounded wait.
 TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
+    atrace_enabled_tags = ATRACE_TAG_CAMERA;
     sp<IFence> f = fenceAt(1);
     EXPECT_EQ(f->wait(0), -ETIME);
     advance();
@@ -169,15 +174,18 @@ TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
     close(closed);
     sp<IFence> stale = IFence::create(closed);
     EXPECT_EQ(stale->wait(0), -EINVAL);
-    EXPECT_EQ(stale->waitForever("cam"), -EINVAL);
-    EXPECT_EQ(sCalls, (Calls{"sync_wait 0", "sync_wait -1", "sync_wait 0", "sync_wait 3000"}));
+    EXPECT_EQ(stale->waitForever("cam"), -EINVAL);  // neither a warning nor a second wait
+    EXPECT_EQ(IFence::NO_FENCE->waitForever("x"), 0);
+    EXPECT_EQ(sCalls, (Calls{"wait", "sync_wait 0", "end", "wait", "sync_wait -1", "end",
+                             "wait", "sync_wait 0", "end", "waitForever", "sync_wait 3000", "end",
+                             "waitForever", "end"}));
     expectNoLines();
 
     sp<IFence> late = fenceAt(2);
     sCalls.clear();
     sBoundedWait = [this] { return advance(), errno = ETIME, -1; };
     EXPECT_EQ(late->waitForever("preview"), 0);
-    EXPECT_EQ(sCalls, (Calls{"sync_wait 3000", "sync_wait -1"}));
+    EXPECT_EQ(sCalls, (Calls{"waitForever", "sync_wait 3000", "sync_wait -1", "end"}));
     expectOnlyLine(ANDROID_LOG_WARN, NSCam::Utils::ULog::DETAILS_WARNING, "ZorCam/Utils",
                    "[waitForever] preview: fence " + std::to_string(late->getFd()) +
                            " didn't signal in 3000 ms");
@@ -207,21 +215,6 @@ TEST_F(SyncTest, SignalTimeIsTheLatestPoint) {
     EXPECT_LT(a->getSignalTime(), b->getSignalTime());
     EXPECT_EQ(m->getSignalTime(), b->getSignalTime());
     expectNoLines();
-}
-
-TEST_F(SyncTest, TraceSectionsCloseOnEveryWayOut) {
-    sp<IFence> f = fenceAt(1);
-    sp<IFence> plain = IFence::create(eventfd(0, EFD_CLOEXEC));
-    atrace_enabled_tags = ATRACE_TAG_CAMERA;
-    f->wait(0);
-    IFence::NO_FENCE->waitForever("x");
-    IFence::merge("none", IFence::NO_FENCE, IFence::NO_FENCE);
-    IFence::merge("fail", plain, plain);
-    sBoundedWait = [this] { return advance(), errno = ETIME, -1; };
-    f->waitForever("x");
-    EXPECT_EQ(sCalls, (Calls{"wait", "sync_wait 0", "end", "waitForever", "end", "merge", "end",
-                             "merge", "sync_merge", "end", "waitForever", "sync_wait 3000",
-                             "sync_wait -1", "end"}));
 }
 
 TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
