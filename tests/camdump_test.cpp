@@ -36,22 +36,20 @@ const std::string kRefusedAllocation =
 
 // Records what the service is handed, as the real service would see it: the block is mapped
 // during the call, so its descriptor must still be open then.
-class RecordingCamDump : public ICamDump {
-public:
+struct RecordingCamDump : public ICamDump {
     struct Call {
         std::string path;
-        uint64_t size = 0;
+        uint64_t size;
         Bytes content;  // empty when the block could not be mapped
     };
 
     Return<void> dumpBuffer(const hidl_string& path, const hidl_memory& buffer) override {
-        Call call{path, buffer.size(), {}};
+        Bytes content;
         if (sp<hidl::memory::V1_0::IMemory> memory = mapMemory(buffer)) {
-            const auto* p = static_cast<const unsigned char*>(
-                    static_cast<void*>(memory->getPointer()));
-            call.content.assign(p, p + static_cast<uint64_t>(memory->getSize()));
+            const auto* p = static_cast<unsigned char*>(static_cast<void*>(memory->getPointer()));
+            content.assign(p, p + static_cast<uint64_t>(memory->getSize()));
         }
-        mCalls.push_back(call);
+        mCalls.push_back({path, buffer.size(), content});
         return Void();
     }
 
