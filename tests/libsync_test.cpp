@@ -65,8 +65,7 @@ Info infoOf(int fd) {
     Info out;
     if (struct sync_file_info* info = sync_file_info(fd)) {
         out.file = *info;
-        const sync_fence_info* r = sync_get_fence_info(info);
-        out.records.assign(r, r + info->num_fences);
+        out.records.assign(sync_get_fence_info(info), sync_get_fence_info(info) + info->num_fences);
         sync_file_info_free(info);
     }
     return out;
@@ -74,22 +73,14 @@ Info infoOf(int fd) {
 
 class LibsyncTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ASSERT_EQ(sForceEmulation, 0);
-        mTimeline = newTimeline();
-    }
+    void SetUp() override { ASSERT_EQ(sForceEmulation, 0); }
     void TearDown() override {
         sPoll = nullptr;
         sFakeClock = false;
         for (int fd : mFds) close(fd);
     }
     // Descriptors the fixture closes at the end.
-    int own(int fd) {
-        EXPECT_GE(fd, 0);
-        mFds.push_back(fd);
-        return fd;
-    }
-    int newTimeline() { return own(sw_sync_timeline_create()); }
+    int own(int fd) { return mFds.emplace_back(fd); }
     int fenceAt(unsigned value, int timeline = -1, const char* name = "fence") {
         return own(sw_sync_fence_create(timeline < 0 ? mTimeline : timeline, name, value));
     }
@@ -97,41 +88,31 @@ protected:
         ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline : timeline, n), 0);
     }
 
-    int mTimeline = -1;
     std::vector<int> mFds;
+    const int mTimeline = own(sw_sync_timeline_create());
 };
 
+// Values wrap around: UINT_MAX is reached one step before 1 is.
 TEST_F(LibsyncTest, FencesTurnReadableWhenTheTimelineReachesThem) {
-    const int f = fenceAt(2);
-    advance();
-    EXPECT_FALSE(readable(f));
-    advance();
-    EXPECT_EQ(sync_wait(f, 0), 0);
-    EXPECT_TRUE(readable(f));  // for good: waiting consumes nothing
-    EXPECT_EQ(sync_wait(-1, 0), -1);
-    EXPECT_EQ(errno, EINVAL);
-
-    // Values wrap around: UINT_MAX is reached one step before 1 is.
-    advance(UINT_MAX - 3);
+    advance(UINT_MAX - 1);
     const int last = fenceAt(UINT_MAX), wrapped = fenceAt(1);
     EXPECT_FALSE(readable(last));
+    EXPECT_EQ(sync_wait(last, 0), -1);
+    EXPECT_EQ(errno, ETIME);
     advance();
-    EXPECT_TRUE(readable(last));
+    EXPECT_EQ(sync_wait(last, 0), 0);
+    EXPECT_TRUE(readable(last));  // for good: waiting consumes nothing
     EXPECT_FALSE(readable(wrapped));
     advance(2);
     EXPECT_TRUE(readable(wrapped));
+    EXPECT_EQ(sync_wait(-1, 0), -1);
+    EXPECT_EQ(errno, EINVAL);
 }
 
 TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     const int pending = fenceAt(1);
     sFakeClock = true;
-    struct Case {
-        int error;
-        int64_t lostNs;
-        int timeout;
-        std::vector<int> polls;
-        int result;
-    };
+    struct Case { int error; int64_t lostNs; int timeout; std::vector<int> polls; int result; };
     for (const Case& c : {Case{EAGAIN, 29500000, 100, {100, 71}, ETIME},  // rounded up
                           Case{EINTR, 150000000, 100, {100, 0}, ETIME},
                           Case{EINTR, 30000000, -1, {-1, -1}, ETIME},
@@ -151,11 +132,13 @@ TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     }
 }
 
+// The name is cut to 31 bytes; one record per point, named after the process, with its own
+// status and signal time. A dup is the same sync file.
 TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
     char comm[17] = {};
     prctl(PR_GET_NAME, comm);
     sFakeClock = true;
-    const int other = newTimeline();
+    const int other = own(sw_sync_timeline_create());
     const int a = fenceAt(1, -1, "a-fence-name-longer-than-the-31-bytes-kept");
     EXPECT_STREQ(infoOf(a).file.name, "a-fence-name-longer-than-the-31");
     sNowNs = 2000000000;
@@ -171,7 +154,7 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
 
     sNowNs = 3000000000;
     advance(1, other);
-    info = infoOf(own(dup(m)));  // a dup is the same sync file
+    info = infoOf(own(dup(m)));
     EXPECT_STREQ(info.file.name, "merged");
     EXPECT_EQ(info.file.status, 1);
     ASSERT_EQ(info.records.size(), 2u);
@@ -192,21 +175,23 @@ TEST_F(LibsyncTest, ClosingATimelineSignalsItsFencesWithAnError) {
     EXPECT_TRUE(readable(both));
 }
 
+// Signalled fences are freed by the close itself; pending ones, merged too, by the next call,
+// and the timelines keep nothing of them.
 TEST_F(LibsyncTest, ClosingTheLastDescriptorFreesTheFence) {
-    const int other = newTimeline();
+    const int other = own(sw_sync_timeline_create());
     const int before = openFdCount();
     const int signalled = sw_sync_fence_create(mTimeline, "s", 1);
     advance();
     close(signalled);
     close(sw_sync_fence_create(mTimeline, "made-signalled", 1));
-    EXPECT_EQ(openFdCount(), before);  // signalled ones are freed by the close itself
+    EXPECT_EQ(openFdCount(), before);
     const int a = sw_sync_fence_create(mTimeline, "a", 10), o = sw_sync_fence_create(other, "o", 5);
     close(sync_merge("m", a, o));
     close(a);
     close(o);
     advance(0);
-    EXPECT_EQ(openFdCount(), before);  // pending ones, merged too, by the next call
-    advance(100);  // the timelines keep nothing of them
+    EXPECT_EQ(openFdCount(), before);
+    advance(100);
     advance(100, other);
 }
 
