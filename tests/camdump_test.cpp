@@ -37,11 +37,7 @@ const std::string kRefusedAllocation =
 // Records what the service is handed, as the real service would see it: the block is mapped
 // during the call, so its descriptor must still be open then.
 struct RecordingCamDump : public ICamDump {
-    struct Call {
-        std::string path;
-        uint64_t size;
-        Bytes content;  // empty when the block could not be mapped
-    };
+    struct Call { std::string path; uint64_t size; Bytes content; };  // content: as mapped
 
     Return<void> dumpBuffer(const hidl_string& path, const hidl_memory& buffer) override {
         Bytes content;
@@ -146,9 +142,7 @@ protected:
 // block) and the content; the caller's buffer is only read. At camera log level 2 only the
 // unified lines pass: warning (5) and debug (3).
 TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
-    const struct {
-        std::string in, out;
-    } cases[] = {
+    const struct { std::string in, out; } cases[] = {
             {"/data/engineercamera/p2/a.raw", "/data/engineercamera/p2/a.raw"},
             {"/sdcard/x.yuv", "/sdcard/x.yuv"},
             {"/sdcardX/y.yuv", "/sdcardX/y.yuv"},  // a plain prefix test
@@ -195,14 +189,11 @@ TEST_F(CamDumpTest, Failures) {
     const char* op = "saveBufToSDFile";
     const std::string noService =
             "[saveBufToSDFile] CamDump: tryGetService() failed! (saveBufToSDFile)";
+    // The allocator, whether the service is there, the buffer and size, the error lines, and the
+    // number of blocks sent with the size of the (empty) block the service got.
     const struct {
-        Mode mode;
-        bool service;
-        unsigned char* buf;
-        unsigned int size;
-        Lines errors;
-        size_t sent;
-        uint64_t sentSize;
+        Mode mode; bool service; unsigned char* buf; unsigned int size; Lines errors;
+        size_t sent; uint64_t sentSize;
     } cases[] = {
             {Mode::kPass, true, b, 0, {para(b, 0, op), para(b, 0, "operator()")}, 0, 0},
             {Mode::kPass, true, nullptr, 5,
