@@ -66,7 +66,6 @@ class SyncTest : public LogCaptureTest {
 protected:
     void SetUp() override {
         LogCaptureTest::SetUp();
-        mTimeline = newTimeline();
         atrace_enabled_tags = 0;
         sCalls.clear();
     }
@@ -89,8 +88,8 @@ protected:
         clearLogs();
     }
 
-    int mTimeline = -1;
     std::vector<int> mTimelines;
+    const int mTimeline = newTimeline();
 };
 
 // create(-1) makes a new invalid fence, which answers at once without a call; invalid inputs
