@@ -124,6 +124,7 @@ TEST_F(SyncTest, MergeCoversEveryValidityCombination) {
         advance(1, second);
         EXPECT_EQ(m->wait(0), 0);
         EXPECT_EQ(m->getSignalTime(), ((mask & 2) ? b : a)->getSignalTime());
+        EXPECT_LT(a->getSignalTime(), mask == 3 ? b->getSignalTime() : INT64_MAX);
     }
     expectNoLines();
 }
