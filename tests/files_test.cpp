@@ -85,7 +85,11 @@ protected:
 TEST_F(FilesTest, MakePath) {
     std::ofstream(mDir / "f") << "x";
     const std::string longDir = mDir / ("b/" + std::string(300, 'n'));
-    const struct { std::string path; bool made; std::string line; } cases[] = {
+    const struct {
+        std::string path;
+        bool made;
+        std::string line;
+    } cases[] = {
             {mDir / "a//b/c/", true, ""},
             {mDir / "a//b/c/", true, ""},  // all there already
             {"/", true, ""},

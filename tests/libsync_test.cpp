@@ -112,7 +112,13 @@ TEST_F(LibsyncTest, FencesTurnReadableWhenTheTimelineReachesThem) {
 TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     const int pending = fenceAt(1);
     sFakeClock = true;
-    struct Case { int error; int64_t lostNs; int timeout; std::vector<int> polls; int result; };
+    struct Case {
+        int error;
+        int64_t lostNs;
+        int timeout;
+        std::vector<int> polls;
+        int result;
+    };
     for (const Case& c : {Case{EAGAIN, 29500000, 100, {100, 71}, ETIME},  // rounded up
                           Case{EINTR, 150000000, 100, {100, 0}, ETIME},
                           Case{EINTR, 30000000, -1, {-1, -1}, ETIME},

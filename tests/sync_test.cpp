@@ -177,7 +177,11 @@ TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
 
     sp<IFence> late = fenceAt(2);
     sCalls.clear();
-    sBoundedWait = [this] { return advance(), errno = ETIME, -1; };
+    sBoundedWait = [this] {  // runs out, and the fence signals just after it
+        advance();
+        errno = ETIME;
+        return -1;
+    };
     EXPECT_EQ(late->waitForever("preview"), 0);
     EXPECT_EQ(sCalls, (Calls{"waitForever", "sync_wait 3000", "sync_wait -1", "end"}));
     expectOnlyLine(5, NSCam::Utils::ULog::DETAILS_WARNING, "ZorCam/Utils",
