@@ -28,17 +28,7 @@ TEST_F(ULogPrinterTest, PriorityFollowsTheDetailsType) {
         clearLogs();
         ULogPrinter printer(kModule, kTag, static_cast<DetailsType>(c.type), nullptr, false);
         printer.printLine("line");
-        auto a = androidLines();
-        auto u = ulogLines();
-        ASSERT_EQ(a.size(), 1u);
-        ASSERT_EQ(u.size(), 1u);
-        EXPECT_EQ(a[0].prio, c.prio);
-        EXPECT_EQ(a[0].tag, kTag);
-        EXPECT_EQ(a[0].text, "line");
-        EXPECT_EQ(u[0].type, static_cast<DetailsType>(c.type));
-        EXPECT_EQ(u[0].moduleId, kModule);
-        EXPECT_EQ(u[0].text, "line");
-        EXPECT_EQ(u[0].length, 4);
+        expectOnlyLine(c.prio, static_cast<DetailsType>(c.type), kTag, "line");
     }
 }
 
@@ -79,35 +69,26 @@ TEST_F(ULogPrinterTest, ModeBitsChooseTheSinks) {
     printer.printFormatLine("ulog %d", 1);
     setULog(0x0, 6, 0x40007000);
     printer.printLine("none");
-    ASSERT_EQ(androidLines().size(), 1u);
+    ASSERT_TRUE(androidLines().size() == 1u && ulogLines().size() == 1u);
     EXPECT_EQ(androidLines()[0].text, "android");
-    ASSERT_EQ(ulogLines().size(), 1u);
     EXPECT_EQ(ulogLines()[0].text, "ulog 1");
 }
 
-TEST_F(ULogPrinterTest, FormatLineIsCutButPrintLineIsNot) {
-    ULogPrinter printer(kModule, kTag, NSCam::Utils::ULog::DETAILS_WARNING);
-    const std::string longText(1500, 'f');
-    printer.printFormatLine("%s", longText.c_str());
-    ASSERT_EQ(androidLines().size(), 1u);
-    EXPECT_EQ(androidLines()[0].text, longText.substr(0, 1023));
-    EXPECT_EQ(ulogLines().at(0).text, longText.substr(0, 1023));
-    EXPECT_EQ(ulogLines().at(0).length, 1023);
-
-    clearLogs();
-    const std::string longer(3000, 'p');
-    printer.printLine(longer.c_str());
-    EXPECT_EQ(androidLines().at(0).text, longer);
-    EXPECT_EQ(ulogLines().at(0).text, longer);
-    EXPECT_EQ(ulogLines().at(0).length, 3000);
-}
-
-TEST_F(ULogPrinterTest, LongTagIsCutForTheUnifiedLoggerOnly) {
+// printFormatLine formats into 1023 characters for both sinks; printLine passes text whole.
+// A long tag is cut to 63 characters for the unified logger only, and the prefix is the
+// Android printer's alone.
+TEST_F(ULogPrinterTest, CutsOfFormattedLinesAndTags) {
     const std::string tag(80, 't');
     ULogPrinter printer(kModule, tag.c_str(), NSCam::Utils::ULog::DETAILS_WARNING, "pre: ");
-    printer.printLine("x");
-    EXPECT_EQ(androidLines().at(0).tag, tag);
-    EXPECT_EQ(androidLines().at(0).text, "pre: x");  // the prefix is the Android printer's
-    EXPECT_EQ(ulogLines().at(0).tag, tag.substr(0, 63));
-    EXPECT_EQ(ulogLines().at(0).text, "x");
+    printer.printFormatLine("%s", std::string(1500, 'f').c_str());
+    printer.printLine(std::string(3000, 'p').c_str());
+    const auto a = androidLines();
+    const auto u = ulogLines();
+    ASSERT_TRUE(a.size() == 2u && u.size() == 2u);
+    EXPECT_EQ(a[0].text, "pre: " + std::string(1023, 'f'));
+    EXPECT_EQ(a[1].text, "pre: " + std::string(3000, 'p'));
+    EXPECT_EQ(a[0].tag, tag);
+    EXPECT_EQ(u[0].tag, tag.substr(0, 63));
+    EXPECT_TRUE(u[0].text == std::string(1023, 'f') && u[0].length == 1023);
+    EXPECT_TRUE(u[1].text == std::string(3000, 'p') && u[1].length == 3000);
 }
