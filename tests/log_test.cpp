@@ -77,8 +77,8 @@ TEST_F(LogFrontEndTest, LinesCarryPrioritiesTypesModuleAndSuffix) {
     ASSERT_EQ(u.size(), 5u);
     const int prios[] = {6, 5, 4, 3};
     const uint32_t types[] = {1, 2, 3, 5, 6};
+    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(a[i].prio, prios[i]);
     for (size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(i < 4 ? a[i].prio : 3, prios[i < 4 ? i : 3]);
         EXPECT_TRUE(u[i].moduleId == 0x40007001u && u[i].tag == kTag && u[i].type == types[i]);
         EXPECT_EQ(u[i].length, static_cast<int64_t>(u[i].text.size()));
     }
@@ -125,7 +125,7 @@ TEST_F(LogFrontEndTest, PropertyGatedPathWritesTheAndroidLogOnly) {
     CAM_PLOGV(kDrawTag, "[%s] v", __func__);
     const auto a = androidLines();
     ASSERT_EQ(a.size(), 3u);
-    EXPECT_EQ(a[0].text, withLocation("[TestBody] bad 1", "TestBody", __LINE__ - 8,
+    EXPECT_EQ(a[0].text, withLocation("[TestBody] bad 1", "TestBody", __LINE__ - 7,
                                       "tests/log_test.cpp"));
     EXPECT_TRUE(a[0].prio == 6 && a[1].prio == 5 && a[2].prio == 4);
     EXPECT_EQ(a[2].text, "[TestBody] info");

@@ -19,8 +19,7 @@ using namespace zorcam_test;
 namespace {
 
 // CLOCK_REALTIME of this program (library and std::chrono alike): real, fixed or failing.
-enum class WallClock { kReal, kFixed, kFailing };
-WallClock sWallClock = WallClock::kReal;
+enum class WallClock { kReal, kFixed, kFailing } sWallClock = WallClock::kReal;
 timespec sFixed{};
 
 constexpr time_t kSomeDay = 20000 * 86400;  // 2024-10-04, midnight UTC
@@ -53,14 +52,6 @@ protected:
     }
 };
 
-TEST_F(LogToolTest, ReadableTimeIsTheUtcTimeOfDay) {
-    setTimeZone("ZZZ-5");  // not consulted
-    fixWallClock(kSomeDay + 13 * 3600 + 45 * 60 + 7, 123999999);
-    EXPECT_EQ(TimeTool::getReadableTime(), 134507123u);
-    fixWallClock(kSomeDay + 9 * 3600 + 5 * 60 + 3, 7000000);
-    EXPECT_EQ(TimeTool::getReadableTime(), 90503007u);
-}
-
 TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
     auto format = [](time_t sec, long nsec) {
         const timespec ts{sec, nsec};
@@ -76,12 +67,16 @@ TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
     expectNoLines();
 }
 
-TEST_F(LogToolTest, CurrentTimeAndItsFailures) {
-    fixWallClock(kSomeDay + 3723, 4999999);
+TEST_F(LogToolTest, WallClockReadsAndTheirFailures) {
+    setTimeZone("ZZZ-5");  // the readable time is UTC; the formatted one is local
+    fixWallClock(kSomeDay + 13 * 3600 + 45 * 60 + 7, 123999999);
+    EXPECT_EQ(TimeTool::getReadableTime(), 134507123u);
+    fixWallClock(kSomeDay + 3723, 7999999);
+    EXPECT_EQ(TimeTool::getReadableTime(), 10203007u);
     timespec ts{};
     EXPECT_TRUE(LogTool::get()->getCurrentLogTime(&ts));
-    EXPECT_EQ(ts.tv_sec * 1000000000 + ts.tv_nsec, (kSomeDay + 3723) * 1000000000 + 4999999);
-    EXPECT_EQ(LogTool::get()->getFormattedLogTime(), "10-04 01:02:03.004");
+    EXPECT_EQ(ts.tv_sec * 1000000000 + ts.tv_nsec, (kSomeDay + 3723) * 1000000000 + 7999999);
+    EXPECT_EQ(LogTool::get()->getFormattedLogTime(), "10-04 06:02:03.007");
     expectNoLines();
 
     EXPECT_EQ(LogTool::get()->convertToFormattedLogTime(nullptr), "");
