@@ -82,19 +82,14 @@ TEST_F(LogFrontEndTest, LinesCarryPrioritiesTypesModuleAndSuffix) {
         EXPECT_TRUE(u[i].moduleId == 0x40007001u && u[i].tag == kTag && u[i].type == types[i]);
         EXPECT_EQ(u[i].length, static_cast<int64_t>(u[i].text.size()));
     }
-    // Only the Android copy of an error carries the location.
-    EXPECT_EQ(u[0].text, "[writeAllLevels] e");
     EXPECT_EQ(a[1].text, "[writeAllLevels] w");
+    // Only the Android copy of an error carries the location, and only the unified logger's
+    // copy is cut to 1023 characters.
     clearLogs();
-    CAM_ULOGE(kTag, "[%s] code %d", __func__, -5);
+    const std::string text = "[TestBody] " + std::string(2000, 'x');
+    CAM_ULOGE(kTag, "[%s] %s", __func__, text.c_str() + 11);
     EXPECT_EQ(androidLines().at(0).text,
-              withLocation("[TestBody] code -5", "TestBody", __LINE__ - 2, "tests/log_test.cpp"));
-}
-
-TEST_F(LogFrontEndTest, LongMessageIsCutForTheUnifiedLoggerOnly) {
-    const std::string text(2000, 'x');
-    CAM_ULOGW(kTag, "%s", text.c_str());
-    EXPECT_EQ(androidLines().at(0).text, text);
+              withLocation(text, "TestBody", __LINE__ - 2, "tests/log_test.cpp"));
     EXPECT_EQ(ulogLines().at(0).text, text.substr(0, 1023));
     EXPECT_EQ(ulogLines().at(0).length, 1023);
 }
