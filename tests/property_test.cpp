@@ -48,14 +48,9 @@ TEST_F(PropertyTest, SetReplacesClearRemovesAndOnlyWritersLog) {
 
 // Every typed read converts the text anew: "12" is a number, a real and a true flag.
 TEST_F(PropertyTest, TypedReadsConvertTheTextOnEveryRead) {
-    const struct {
-        const char* text;
-        bool isInt, isFloat;
-        float value;
-    } cases[] = {{"12", true, true, 12.0f},
-                 {"0", true, true, 0.0f},
-                 {"1.5", false, true, 1.5f},
-                 {"7up", false, false, 0.0f}};
+    const struct { const char* text; bool isInt, isFloat; float value; } cases[] = {
+        {"12", true, true, 12.0f}, {"0", true, true, 0.0f},
+        {"1.5", false, true, 1.5f}, {"7up", false, false, 0.0f}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         Property::set(String8("v"), String8(c.text));

@@ -19,10 +19,8 @@ class ULogPrinterTest : public LogCaptureTest {};
 
 TEST_F(ULogPrinterTest, PriorityFollowsTheDetailsType) {
     setULog(0x3, 0xFFFFFFFF, 0x40007000);
-    const struct {
-        uint32_t type;
-        int prio;
-    } cases[] = {{1, 6}, {2, 5}, {3, 4}, {4, 3}, {5, 3}, {6, 2}, {9, 3}, {0, 3}};
+    const struct { uint32_t type; int prio; } cases[] = {
+        {1, 6}, {2, 5}, {3, 4}, {4, 3}, {5, 3}, {6, 2}, {9, 3}, {0, 3}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "type " << c.type);
         clearLogs();
@@ -33,10 +31,7 @@ TEST_F(ULogPrinterTest, PriorityFollowsTheDetailsType) {
 }
 
 TEST_F(ULogPrinterTest, GateAppliesToEveryTypeAndItsOwnModule) {
-    const struct {
-        uint32_t level, mask, module, type;
-        bool prints;
-    } cases[] = {
+    const struct { uint32_t level, mask, module, type; bool prints; } cases[] = {
         {2, 0x40007000, kModule, 3, false},  // level below info
         {2, 0x40007000, kModule, 2, true},
         {0, 0x40007000, kModule, 1, false},  // errors are level-tested too
