@@ -11,7 +11,6 @@
 #include <string>
 
 using namespace zorcam_test;
-namespace ulog = NSCam::Utils::ULog;
 
 namespace {
 
@@ -43,11 +42,7 @@ std::string slurp(const std::string& path) {
 class LogFrontEndTest : public LogCaptureTest {};
 
 TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
-    const struct {
-        uint32_t mode, level, mask;
-        const char* android;
-        const char* ulog;
-    } cases[] = {
+    const struct { uint32_t mode, level, mask; const char *android, *ulog; } cases[] = {
         {0x0, 6, 0x40007000, "", ""},
         {0x1, 0, 0x40007000, "e", ""},              // errors ignore the level
         {0x2, 0, 0x40007000, "", "e"},
@@ -139,12 +134,9 @@ TEST(ZorcamTestLog, AnswersByLetterAtTheDefaultLevel) {
 // The camera log level is read once at load, so each value needs a fresh process: the probe
 // prints zorcam_testLog for E W I D V, and stderr carries the load-time debug line.
 TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
-    const struct {
-        const char* value;
-        const char* letters;
-        const char* logged;
-    } cases[] = {{nullptr, "11100\n", "-1"}, {"0", "10000\n", "0"}, {"3", "11110\n", "3"},
-                 {"4", "11111\n", "4"},      {"-5", "10000\n", "-5"}, {"junk", "11100\n", "-1"}};
+    const struct { const char *value, *letters, *logged; } cases[] = {
+        {nullptr, "11100\n", "-1"}, {"0", "10000\n", "0"},   {"3", "11110\n", "3"},
+        {"4", "11111\n", "4"},      {"-5", "10000\n", "-5"}, {"junk", "11100\n", "-1"}};
     TempDir dir;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.value ? c.value : "unset");
