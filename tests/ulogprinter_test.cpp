@@ -30,43 +30,34 @@ TEST_F(ULogPrinterTest, PriorityFollowsTheDetailsType) {
     }
 }
 
-TEST_F(ULogPrinterTest, GateAppliesToEveryTypeAndItsOwnModule) {
-    const struct { uint32_t level, mask, module, type; bool prints; } cases[] = {
-        {2, 0x40007000, kModule, 3, false},  // level below info
-        {2, 0x40007000, kModule, 2, true},
-        {0, 0x40007000, kModule, 1, false},  // errors are level-tested too
-        {6, 0x40000000, kModule, 5, false},  // no category bit
-        {6, 0x40000000, kModule, 2, true},   // warnings skip the module test
-        {8, 0xFFFFFFFF, kModule, 9, false},  // type 9 needs level 9
-        {9, 0x40007000, kModule, 9, true},
-        {9, 0x00007000, kModule, 9, false},  // masked id below 0x100000
-        {6, 0x00F01000, 0x00301000, 5, true},  // another module under its own id
-        {6, 0x00F01000, 0x00300000, 5, false},
+TEST_F(ULogPrinterTest, GateAndModeBitsChooseTheSinks) {
+    const struct { uint32_t mode, level, mask, module, type; bool prints; } cases[] = {
+        {0x3, 2, 0x40007000, kModule, 3, false},  // level below info
+        {0x3, 2, 0x40007000, kModule, 2, true},
+        {0x3, 0, 0x40007000, kModule, 1, false},  // errors are level-tested too
+        {0x3, 6, 0x40000000, kModule, 5, false},  // no category bit
+        {0x3, 6, 0x40000000, kModule, 2, true},   // warnings skip the module test
+        {0x3, 8, 0xFFFFFFFF, kModule, 9, false},  // type 9 needs level 9
+        {0x3, 9, 0x40007000, kModule, 9, true},
+        {0x3, 9, 0x00007000, kModule, 9, false},  // masked id below 0x100000
+        {0x3, 6, 0x00F01000, 0x00301000, 5, true},  // another module under its own id
+        {0x3, 6, 0x00F01000, 0x00300000, 5, false},
+        {0x1, 6, 0x40007000, kModule, 2, true},  // the Android log only
+        {0x4, 6, 0x40007000, kModule, 2, true},  // the unified logger only
+        {0x0, 6, 0x40007000, kModule, 2, true},  // neither
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << std::hex << "level " << c.level << " mask " << c.mask
-                                        << " module " << c.module << " type " << c.type);
-        setULog(0x3, c.level, c.mask);
+        SCOPED_TRACE(testing::Message() << std::hex << "mode " << c.mode << " level " << c.level
+                                        << " mask " << c.mask << " module " << c.module
+                                        << " type " << c.type);
+        setULog(c.mode, c.level, c.mask);
         clearLogs();
         ULogPrinter printer(c.module, kTag, static_cast<DetailsType>(c.type));
         printer.printLine("a");
         printer.printFormatLine("%s", "b");
-        EXPECT_EQ(androidLines().size(), c.prints ? 2u : 0u);
-        EXPECT_EQ(ulogLines().size(), c.prints ? 2u : 0u);
+        EXPECT_EQ(androidLines().size(), c.prints && (c.mode & 0x1) ? 2u : 0u);
+        EXPECT_EQ(ulogLines().size(), c.prints && (c.mode & 0xE) ? 2u : 0u);
     }
-}
-
-TEST_F(ULogPrinterTest, ModeBitsChooseTheSinks) {
-    ULogPrinter printer(kModule, kTag, NSCam::Utils::ULog::DETAILS_WARNING);
-    setULog(0x1, 6, 0x40007000);
-    printer.printLine("android");
-    setULog(0x4, 6, 0x40007000);
-    printer.printFormatLine("ulog %d", 1);
-    setULog(0x0, 6, 0x40007000);
-    printer.printLine("none");
-    ASSERT_TRUE(androidLines().size() == 1u && ulogLines().size() == 1u);
-    EXPECT_EQ(androidLines()[0].text, "android");
-    EXPECT_EQ(ulogLines()[0].text, "ulog 1");
 }
 
 // printFormatLine formats into 1023 characters for both sinks; printLine passes text whole.
