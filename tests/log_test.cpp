@@ -61,30 +61,29 @@ TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
         writeAllLevels();
         EXPECT_EQ(levelsOf(androidLines()), c.android);
         EXPECT_EQ(levelsOf(ulogLines()), c.ulog);
+        // Each line's priority and details type follow its level letter, e w i d v.
+        const std::string letters = "ewidv";
+        const int prios[] = {6, 5, 4, 3};
+        const uint32_t types[] = {1, 2, 3, 5, 6};
+        for (const auto& l : androidLines())
+            EXPECT_EQ(l.prio, prios[letters.find(stripLocation(l.text).back())]) << l.text;
+        for (const auto& l : ulogLines()) {
+            EXPECT_EQ(l.type, types[letters.find(l.text.back())]) << l.text;
+            EXPECT_TRUE(l.moduleId == 0x40007001u && l.tag == kTag &&
+                        l.length == static_cast<int64_t>(l.text.size()));
+        }
     }
 }
 
-TEST_F(LogFrontEndTest, LinesCarryPrioritiesTypesModuleAndSuffix) {
-    writeAllLevels();
-    const auto a = androidLines();
-    const auto u = ulogLines();
-    ASSERT_TRUE(a.size() == 4u && u.size() == 5u);
-    const int prios[] = {6, 5, 4, 3};
-    const uint32_t types[] = {1, 2, 3, 5, 6};
-    for (size_t i = 0; i < 5; ++i) {
-        SCOPED_TRACE(i);
-        EXPECT_TRUE(i == 4 || a[i].prio == prios[i]);
-        EXPECT_TRUE(u[i].moduleId == 0x40007001u && u[i].tag == kTag && u[i].type == types[i]);
-        EXPECT_EQ(u[i].length, static_cast<int64_t>(u[i].text.size()));
-    }
-    EXPECT_EQ(a[1].text, "[writeAllLevels] w");
+TEST_F(LogFrontEndTest, OnlyTheAndroidErrorLineHasTheSuffixAndOnlyULogCutsTo1023) {
     // Only the Android copy of an error carries the location, and only the unified logger's
     // copy is cut to 1023 characters.
-    clearLogs();
     const std::string text = "[TestBody] " + std::string(2000, 'x');
     CAM_ULOGE(kTag, "[%s] %s", __func__, text.c_str() + 11);
+    CAM_ULOGW(kTag, "[%s] w", __func__);
     EXPECT_EQ(androidLines().at(0).text,
-              withLocation(text, "TestBody", __LINE__ - 2, "tests/log_test.cpp"));
+              withLocation(text, "TestBody", __LINE__ - 3, "tests/log_test.cpp"));
+    EXPECT_EQ(androidLines().at(1).text, "[TestBody] w");
     EXPECT_TRUE(ulogLines().at(0).text == text.substr(0, 1023) && ulogLines()[0].length == 1023);
 }
 
