@@ -107,7 +107,6 @@ TEST_F(FormatTest, GeometryOfEveryFamily) {
         EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 1921), c.width1);
         EXPECT_EQ(queryPlaneHeightInPixels(c.id, 1, 1081), c.height1);
         EXPECT_EQ(queryPlaneWidthInPixels(c.id, 5, 1921), c.width1);
-        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 0), 0u);
     }
     // Planes past the count have no bits; widths still halve down to 0.
     EXPECT_EQ(queryPlaneWidthInPixels(0x11, 1, 1), 0u);
