@@ -73,7 +73,8 @@ TEST_F(PropertiesTest, TypedReadsParseLikeLibcutils) {
 TEST_F(PropertiesTest, ConcurrentWriterAndReaderSeeWholeValues) {
     const std::string a(60, 'a'), b(30, 'b');
     std::thread writer([&] {
-        for (int i = 0; i < 10000; ++i) property_set("test.zorcam.a", i % 2 ? a.c_str() : b.c_str());
+        for (int i = 0; i < 10000; ++i)
+            property_set("test.zorcam.a", i % 2 ? a.c_str() : b.c_str());
     });
     int torn = 0;
     for (int i = 0; i < 10000; ++i) {
