@@ -13,28 +13,13 @@
 using namespace zorcam_test;
 using namespace NSCam::Utils::Format;
 
-// Counts allocations made through operator new anywhere in the process, while armed.
 namespace {
+
+// Allocations made through operator new anywhere in the process, counted while armed.
 std::atomic<bool> gCountAllocations{false};
 std::atomic<int> gAllocations{0};
-}  // namespace
 
-void* operator new(size_t size) {
-    if (gCountAllocations.load(std::memory_order_relaxed)) ++gAllocations;
-    if (void* p = malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept {
-    free(p);
-}
-void operator delete(void* p, size_t) noexcept {
-    free(p);
-}
-
-namespace {
-
-// Reads the constants no operation returns (the id and the description) through a class
-// that is allowed to name the protected members.
+// Reads the id and the description, which no operation returns, through a subclass.
 struct DescriptorFields : CBaseImgFmt {
     static int32_t id(const IImgFmt& fmt) {
         return static_cast<const DescriptorFields&>(fmt).*(&DescriptorFields::mFormat);
@@ -45,15 +30,19 @@ struct DescriptorFields : CBaseImgFmt {
     }
 };
 
-bool isUfoBayer(int id) {
-    return id >= 0x2208 && id <= 0x220F;
-}
-
 }  // namespace
+
+void* operator new(size_t size) {
+    if (gCountAllocations.load(std::memory_order_relaxed)) ++gAllocations;
+    if (void* p = malloc(size == 0 ? 1 : size)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { free(p); }
+void operator delete(void* p, size_t) noexcept { free(p); }
 
 class FormatTest : public LogCaptureTest {};
 
-TEST_F(FormatTest, CatalogueInvariants) {
+TEST_F(FormatTest, CatalogueInvariantsAndSampleRows) {
     const ImgFmtMap map = getMapper();
     ASSERT_EQ(map.size(), 82u);
     std::set<std::string> names;
@@ -61,22 +50,19 @@ TEST_F(FormatTest, CatalogueInvariants) {
         const int id = map.keyAt(i);
         const IImgFmt& fmt = *map.valueAt(i);
         SCOPED_TRACE(fmt.getName());
-        if (i > 0) {
-            EXPECT_LT(map.keyAt(i - 1), id);
-        }
+        EXPECT_TRUE(i == 0 || map.keyAt(i - 1) < id) << "ids out of order";
         EXPECT_EQ(DescriptorFields::id(fmt), id);
         EXPECT_TRUE(names.insert(fmt.getName()).second) << "duplicate name";
         const size_t planes = fmt.getPlaneCount();
-        ASSERT_GE(planes, 1u);
-        ASSERT_LE(planes, 3u);
-        // The image bits count each plane's bits times its share of the full-resolution grid.
+        ASSERT_TRUE(planes >= 1 && planes <= 3) << planes;
+        // Image bits = each plane's bits times its share of the full-resolution grid.
         int sixteenths = 0;
         for (size_t p = 0; p < planes; ++p) {
             const size_t share = fmt.getPlaneWidthInPixels(p, 4) * fmt.getPlaneHeightInPixels(p, 4);
             sixteenths += fmt.getPlaneBitsPerPixel(p) * static_cast<int>(share);
         }
         for (size_t p = planes; p < 3; ++p) EXPECT_EQ(fmt.getPlaneBitsPerPixel(p), 0);
-        if (isUfoBayer(id)) {
+        if (id >= 0x2208 && id <= 0x220F) {  // UFO Bayer: plane 0 carries the image bits
             EXPECT_EQ(planes, 3u);
             EXPECT_FALSE(fmt.checkValidBufferInfo());
             EXPECT_EQ(fmt.getPlaneBitsPerPixel(2), 0);
@@ -85,18 +71,9 @@ TEST_F(FormatTest, CatalogueInvariants) {
             EXPECT_TRUE(fmt.checkValidBufferInfo());
             EXPECT_EQ(sixteenths, fmt.getImageBitsPerPixel() * 16);
         }
-        EXPECT_FALSE(DescriptorFields::description(fmt).empty());
     }
-}
-
-TEST_F(FormatTest, RowsReadBackExactly) {
-    const struct {
-        int id;
-        const char* name;
-        const char* description;
-        size_t planes;
-        int imageBits;
-    } rows[] = {
+    // A sample of rows reads back exactly as catalogued.
+    const struct { int id; const char *name, *desc; size_t planes; int bits; } rows[] = {
         {0x32315659, "YV12", "YV12, 3 plane (Y)(V)(U), 420p", 3, 12},
         {0x20203859, "Y8", " 8-bit Y plane, 1 plane", 1, 8},
         {0x2218, "BAYER22_PAK", "Bayer24 pak, 24bits", 1, 24},
@@ -104,34 +81,24 @@ TEST_F(FormatTest, RowsReadBackExactly) {
         {0x221A, "WARP_2PLANE", "WARP_2PLANE", 2, 64},
         {0x2210, "UFO_FG", "ufo length table, 8-bit", 1, 8},
     };
-    const ImgFmtMap map = getMapper();
     for (const auto& r : rows) {
         SCOPED_TRACE(r.name);
-        const android::sp<IImgFmt> fmt = map.valueFor(r.id);
+        const android::sp<IImgFmt> fmt = getMapper().valueFor(r.id);
         ASSERT_NE(fmt, nullptr);
         EXPECT_STREQ(fmt->getName(), r.name);
-        EXPECT_EQ(DescriptorFields::description(*fmt), r.description);
+        EXPECT_EQ(DescriptorFields::description(*fmt), r.desc);
         EXPECT_EQ(fmt->getPlaneCount(), r.planes);
-        EXPECT_EQ(fmt->getImageBitsPerPixel(), r.imageBits);
+        EXPECT_EQ(fmt->getImageBitsPerPixel(), r.bits);
         EXPECT_EQ(queryImageFormatName(r.id), r.name);
     }
 }
 
 TEST_F(FormatTest, GeometryOfEveryFamily) {
     // One member of each family, image 1921 x 1081, plane 1 (and plane 5: no range check).
-    const struct {
-        int id;
-        size_t width1, height1;
-    } cases[] = {
-        {0x32315659, 960, 540},  // 4:2:0, 12 bits
-        {0x201A, 960, 540},      // 4:2:0, 15 bits
-        {0x2010, 960, 540},      // 4:2:0, 24 bits
-        {0x2006, 960, 1081},     // 4:2:2, 16 bits
-        {0x2017, 960, 1081},     // 4:2:2, 20 bits
-        {0x200D, 960, 1081},     // 4:2:2, 32 bits
-        {0x14, 1921, 1081},      // single plane
-        {0x221B, 1921, 1081},    // warp map
-        {0x2209, 1921, 1081},    // UFO Bayer
+    const struct { int id; size_t width1, height1; } cases[] = {
+        {0x32315659, 960, 540}, {0x201A, 960, 540}, {0x2010, 960, 540},    // 4:2:0, 12/15/24 bits
+        {0x2006, 960, 1081}, {0x2017, 960, 1081}, {0x200D, 960, 1081},   // 4:2:2, 16/20/32 bits
+        {0x14, 1921, 1081}, {0x221B, 1921, 1081}, {0x2209, 1921, 1081},  // plain, warp, UFO Bayer
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(queryImageFormatName(c.id));
@@ -140,19 +107,11 @@ TEST_F(FormatTest, GeometryOfEveryFamily) {
         EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 1921), c.width1);
         EXPECT_EQ(queryPlaneHeightInPixels(c.id, 1, 1081), c.height1);
         EXPECT_EQ(queryPlaneWidthInPixels(c.id, 5, 1921), c.width1);
-        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 0), 0u);
     }
+    // Planes past the count have no bits; widths still halve down to 0.
     EXPECT_EQ(queryPlaneWidthInPixels(0x11, 1, 1), 0u);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 1), 16);
     EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 2), 0);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x2209, 2), 0);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x2209, 3), 0);
     EXPECT_EQ(queryPlaneBitsPerPixel(0x32315659, 1000000), 0);
-    EXPECT_EQ(queryImageBitsPerPixel(0x201A), 15);
-    EXPECT_EQ(queryPlaneCount(0x2208), 3u);
-    EXPECT_TRUE(checkValidFormat(0x11));
-    EXPECT_FALSE(checkValidBufferInfo(0x2209));
-    EXPECT_TRUE(checkValidBufferInfo(0x14));
 }
 
 TEST_F(FormatTest, SuccessfulQueriesWriteOnlyTheirVerboseLines) {
@@ -161,8 +120,8 @@ TEST_F(FormatTest, SuccessfulQueriesWriteOnlyTheirVerboseLines) {
     EXPECT_EQ(queryPlaneCount(0x2208), 3u);
     EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 1), 16);
     EXPECT_EQ(queryImageBitsPerPixel(0x2218), 24);
-    EXPECT_TRUE(checkValidFormat(0x11));
     EXPECT_EQ(queryImageFormatName(0x2200), "BAYER8");
+    EXPECT_TRUE(checkValidFormat(0x11) && checkValidBufferInfo(0x14));
     EXPECT_FALSE(checkValidBufferInfo(0x2209));
 
     EXPECT_TRUE(androidLines().empty());  // verbose lines never reach the Android log
@@ -173,18 +132,12 @@ TEST_F(FormatTest, SuccessfulQueriesWriteOnlyTheirVerboseLines) {
         "[queryPlaneBitsPerPixel] [NV21] bits per pixel 16 @ 1-th plane",
         "[queryImageBitsPerPixel] [BAYER22_PAK] bits per pixel 24",
     };
-    auto u = ulogLines();
+    const auto u = ulogLines();
     ASSERT_EQ(u.size(), expected.size());
     for (size_t i = 0; i < u.size(); ++i) {
         EXPECT_EQ(u[i].text, expected[i]);
-        EXPECT_EQ(u[i].type, NSCam::Utils::ULog::DETAILS_VERBOSE);
-        EXPECT_EQ(u[i].tag, "ZorCam/Utils");
+        EXPECT_TRUE(u[i].type == NSCam::Utils::ULog::DETAILS_VERBOSE && u[i].tag == "ZorCam/Utils");
     }
-
-    setULog(0x3, 5, 0x40007000);
-    clearLogs();
-    EXPECT_EQ(queryPlaneCount(0x11), 2u);
-    expectNoLines();
 }
 
 TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
@@ -218,25 +171,6 @@ TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
     }
 }
 
-TEST_F(FormatTest, MapCopiesShareStorageUntilChanged) {
-    ImgFmtMap copy = getMapper();
-    const ImgFmtMap other = getMapper();
-    EXPECT_EQ(&copy.valueAt(0), &other.valueAt(0));  // one storage, no entry copied
-    EXPECT_EQ(copy.valueFor(0x2405), nullptr);
-    EXPECT_LT(copy.indexOfKey(0x2405), 0);
-
-    copy.removeItem(0x11);
-    copy.add(0x2405, copy.valueFor(0x14));
-    EXPECT_EQ(copy.size(), 82u);
-    EXPECT_NE(copy.valueFor(0x2405), nullptr);
-    EXPECT_TRUE(checkValidFormat(0x11));
-    setULog(0x0, 0, 0);
-    EXPECT_FALSE(checkValidFormat(0x2405));
-    EXPECT_EQ(getMapper().size(), 82u);
-    EXPECT_EQ(getMapMgr(), getMapMgr());
-    EXPECT_NE(getMapMgr(), nullptr);
-}
-
 TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
     setULog(0x0, 6, 0x40007000);
     gAllocations = 0;
@@ -245,8 +179,7 @@ TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
     for (int id : {0x11, 0x32315659, 0x2209, 0x1}) {
         sum += queryPlaneWidthInPixels(id, 1, 1920) + queryPlaneHeightInPixels(id, 1, 1080);
         sum += queryPlaneCount(id) + queryPlaneBitsPerPixel(id, 0) + queryImageBitsPerPixel(id);
-        sum += checkValidFormat(id) + checkValidBufferInfo(id);
-        sum += getMapper().size();
+        sum += checkValidFormat(id) + checkValidBufferInfo(id) + getMapper().size();
     }
     gCountAllocations = false;
     EXPECT_EQ(gAllocations.load(), 0);

@@ -11,7 +11,6 @@
 #include <string>
 
 using namespace zorcam_test;
-namespace ulog = NSCam::Utils::ULog;
 
 namespace {
 
@@ -43,20 +42,14 @@ std::string slurp(const std::string& path) {
 class LogFrontEndTest : public LogCaptureTest {};
 
 TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
-    const struct {
-        uint32_t mode, level, mask;
-        const char* android;
-        const char* ulog;
-    } cases[] = {
+    const struct { uint32_t mode, level, mask; const char *android, *ulog; } cases[] = {
         {0x0, 6, 0x40007000, "", ""},
         {0x1, 0, 0x40007000, "e", ""},              // errors ignore the level
         {0x2, 0, 0x40007000, "", "e"},
-        {0x3, 2, 0x40007000, "ew", "ew"},
         {0x3, 4, 0x40007000, "ewi", "ewi"},         // 4 is below debug's 5
-        {0x3, 6, 0x40007000, "ewid", "ewidv"},      // verbose never reaches the Android log
         {0x3, 6, 0x00007000, "ew", "ew"},           // bit 30 clear: the module test fails
         {0x3, 6, 0x40000000, "ew", "ew"},           // no category bit
-        {0x3, 6, 0x40001000, "ewid", "ewidv"},
+        {0x3, 6, 0x40001000, "ewid", "ewidv"},      // verbose never reaches the Android log
         {0x8, 6, 0xFFFFFFFF, "", "ewidv"},          // any bit of 0xE selects the logger
         {0x1, 0xFFFFFFFF, 0xFFFFFFFF, "ewid", ""},  // the level is compared unsigned
     };
@@ -68,39 +61,30 @@ TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
         writeAllLevels();
         EXPECT_EQ(levelsOf(androidLines()), c.android);
         EXPECT_EQ(levelsOf(ulogLines()), c.ulog);
+        // Each line's priority and details type follow its level letter, e w i d v.
+        const std::string letters = "ewidv";
+        const int prios[] = {6, 5, 4, 3};
+        const uint32_t types[] = {1, 2, 3, 5, 6};
+        for (const auto& l : androidLines())
+            EXPECT_EQ(l.prio, prios[letters.find(stripLocation(l.text).back())]) << l.text;
+        for (const auto& l : ulogLines()) {
+            EXPECT_EQ(l.type, types[letters.find(l.text.back())]) << l.text;
+            EXPECT_TRUE(l.moduleId == 0x40007001u && l.tag == kTag &&
+                        l.length == static_cast<int64_t>(l.text.size()));
+        }
     }
 }
 
-TEST_F(LogFrontEndTest, LinesCarryPrioritiesTypesModuleAndSuffix) {
-    writeAllLevels();
-    auto a = androidLines();
-    auto u = ulogLines();
-    ASSERT_EQ(a.size(), 4u);
-    ASSERT_EQ(u.size(), 5u);
-    const int prios[] = {6, 5, 4, 3};
-    const uint32_t types[] = {1, 2, 3, 5, 6};
-    for (size_t i = 0; i < 4; ++i) EXPECT_EQ(a[i].prio, prios[i]);
-    for (size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(u[i].moduleId, 0x40007001u);
-        EXPECT_EQ(u[i].tag, kTag);
-        EXPECT_EQ(u[i].type, types[i]);
-        EXPECT_EQ(u[i].length, static_cast<int64_t>(u[i].text.size()));
-    }
-    // Only the Android copy of an error carries the location.
-    EXPECT_EQ(u[0].text, "[writeAllLevels] e");
-    EXPECT_EQ(a[1].text, "[writeAllLevels] w");
-    clearLogs();
-    CAM_ULOGE(kTag, "[%s] code %d", __func__, -5);
+TEST_F(LogFrontEndTest, OnlyTheAndroidErrorLineHasTheSuffixAndOnlyULogCutsTo1023) {
+    // Only the Android copy of an error carries the location, and only the unified logger's
+    // copy is cut to 1023 characters.
+    const std::string text = "[TestBody] " + std::string(2000, 'x');
+    CAM_ULOGE(kTag, "[%s] %s", __func__, text.c_str() + 11);
+    CAM_ULOGW(kTag, "[%s] w", __func__);
     EXPECT_EQ(androidLines().at(0).text,
-              withLocation("[TestBody] code -5", "TestBody", __LINE__ - 2, "tests/log_test.cpp"));
-}
-
-TEST_F(LogFrontEndTest, LongMessageIsCutForTheUnifiedLoggerOnly) {
-    const std::string text(2000, 'x');
-    CAM_ULOGW(kTag, "%s", text.c_str());
-    EXPECT_EQ(androidLines().at(0).text, text);
-    EXPECT_EQ(ulogLines().at(0).text, text.substr(0, 1023));
-    EXPECT_EQ(ulogLines().at(0).length, 1023);
+              withLocation(text, "TestBody", __LINE__ - 3, "tests/log_test.cpp"));
+    EXPECT_EQ(androidLines().at(1).text, "[TestBody] w");
+    EXPECT_TRUE(ulogLines().at(0).text == text.substr(0, 1023) && ulogLines()[0].length == 1023);
 }
 
 TEST_F(LogFrontEndTest, StoppedMessagesEvaluateNoArgument) {
@@ -121,28 +105,24 @@ TEST_F(LogFrontEndTest, StoppedMessagesEvaluateNoArgument) {
 
 TEST_F(LogFrontEndTest, PropertyGatedPathWritesTheAndroidLogOnly) {
     setULog(0x0, 0, 0);  // the unified logger's switches do not gate this path
-    CAM_PLOGE("ZorCam/DebugDrawID", "[%s] bad %d", __func__, 1);
-    CAM_PLOGW("ZorCam/DebugDrawID", "[%s] warn", __func__);
-    CAM_PLOGI("ZorCam/DebugDrawID", "[%s] info", __func__);
-    CAM_PLOGD("ZorCam/DebugDrawID", "[%s] debug", __func__);
-    CAM_PLOGV("ZorCam/DebugDrawID", "[%s] verbose", __func__);
-    auto a = androidLines();
+    constexpr const char* kDrawTag = "ZorCam/DebugDrawID";
+    CAM_PLOGE(kDrawTag, "[%s] bad %d", __func__, 1);
+    CAM_PLOGW(kDrawTag, "[%s] w", __func__);
+    CAM_PLOGI(kDrawTag, "[%s] info", __func__);
+    const auto a = androidLines();
     ASSERT_EQ(a.size(), 3u);
-    EXPECT_EQ(a[0].prio, 6);
-    EXPECT_EQ(a[0].text, withLocation("[TestBody] bad 1", "TestBody", __LINE__ - 8,
+    EXPECT_EQ(a[0].text, withLocation("[TestBody] bad 1", "TestBody", __LINE__ - 5,
                                       "tests/log_test.cpp"));
-    EXPECT_EQ(a[1].prio, 5);
-    EXPECT_EQ(a[2].prio, 4);
+    EXPECT_TRUE(a[0].prio == 6 && a[1].prio == 5 && a[2].prio == 4);
     EXPECT_EQ(a[2].text, "[TestBody] info");
     EXPECT_TRUE(ulogLines().empty());
 }
 
 TEST(ZorcamTestLog, AnswersByLetterAtTheDefaultLevel) {
-    EXPECT_EQ(zorcam_testLog(nullptr, 'E'), 1);
-    std::string answers;
+    std::string answers = std::to_string(zorcam_testLog(nullptr, 'E'));
     for (int letter : {'W', 'I', 'D', 'V', 'X', 'e', '\0'})
         answers += static_cast<char>('0' + zorcam_testLog("t", letter));
-    EXPECT_EQ(answers, "1100000");
+    EXPECT_EQ(answers, "11100000");
     setLogLevelToEngLoad();
     EXPECT_EQ(zorcam_testLog("t", 'D'), 0);
 }
@@ -150,20 +130,15 @@ TEST(ZorcamTestLog, AnswersByLetterAtTheDefaultLevel) {
 // The camera log level is read once at load, so each value needs a fresh process: the probe
 // prints zorcam_testLog for E W I D V, and stderr carries the load-time debug line.
 TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
-    const struct {
-        const char* value;
-        const char* letters;
-        const char* logged;
-    } cases[] = {{nullptr, "11100\n", "-1"}, {"0", "10000\n", "0"}, {"3", "11110\n", "3"},
-                 {"4", "11111\n", "4"},      {"-5", "10000\n", "-5"}, {"junk", "11100\n", "-1"}};
+    const struct { const char *value, *letters, *logged; } cases[] = {
+        {nullptr, "11100\n", "-1"}, {"0", "10000\n", "0"},   {"3", "11110\n", "3"},
+        {"4", "11111\n", "4"},      {"-5", "10000\n", "-5"}, {"junk", "11100\n", "-1"}};
     TempDir dir;
     for (const auto& c : cases) {
         SCOPED_TRACE(c.value ? c.value : "unset");
-        {
-            std::ofstream f(dir / "props");
-            f << "vendor.debug.zorcam.ulog.mode=2\nvendor.debug.zorcam.ulog.level=5\n";
-            if (c.value != nullptr) f << "persist.vendor.zor.camera.log_level=" << c.value << "\n";
-        }
+        std::ofstream(dir / "props")
+                << "vendor.debug.zorcam.ulog.mode=2\nvendor.debug.zorcam.ulog.level=5\n"
+                << (c.value ? std::string("persist.vendor.zor.camera.log_level=") + c.value : "");
         const std::string cmd = "ZORCAM_PROPERTIES=" + (dir / "props") +
                                 " " ZORCAM_TEST_EMULATOR " " LOGLEVEL_PROBE " >" + (dir / "out") +
                                 " 2>" + (dir / "err");

@@ -26,10 +26,6 @@ protected:
         Property::clear();
         clearLogs();
     }
-    void TearDown() override {
-        Property::clear();
-        LogCaptureTest::TearDown();
-    }
 };
 
 TEST_F(PropertyTest, SetReplacesClearRemovesAndOnlyWritersLog) {
@@ -37,12 +33,10 @@ TEST_F(PropertyTest, SetReplacesClearRemovesAndOnlyWritersLog) {
     Property::set(String8("k"), String8("first"));
     Property::set(String8("k"), String8("12"));
     String8 text;
-    EXPECT_TRUE(Property::hasKey(String8("k")));
-    EXPECT_TRUE(Property::tryGet(String8("k"), text));
+    EXPECT_TRUE(Property::hasKey(String8("k")) && Property::tryGet(String8("k"), text));
     EXPECT_EQ(text, String8("12"));
     Property::clear();
-    EXPECT_FALSE(Property::hasKey(String8("k")));
-    EXPECT_FALSE(Property::tryGet(String8("k"), text));
+    EXPECT_FALSE(Property::hasKey(String8("k")) || Property::tryGet(String8("k"), text));
     EXPECT_EQ(text, String8("12"));  // untouched by a failed read
     const auto u = ulogLines();
     ASSERT_EQ(u.size(), 3u);
@@ -54,14 +48,9 @@ TEST_F(PropertyTest, SetReplacesClearRemovesAndOnlyWritersLog) {
 
 // Every typed read converts the text anew: "12" is a number, a real and a true flag.
 TEST_F(PropertyTest, TypedReadsConvertTheTextOnEveryRead) {
-    const struct {
-        const char* text;
-        bool isInt, isFloat;
-        float value;
-    } cases[] = {{"12", true, true, 12.0f},
-                 {"0", true, true, 0.0f},
-                 {"1.5", false, true, 1.5f},
-                 {"7up", false, false, 0.0f}};
+    const struct { const char* text; bool isInt, isFloat; float value; } cases[] = {
+        {"12", true, true, 12.0f}, {"0", true, true, 0.0f},
+        {"1.5", false, true, 1.5f}, {"7up", false, false, 0.0f}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text);
         Property::set(String8("v"), String8(c.text));
@@ -69,10 +58,10 @@ TEST_F(PropertyTest, TypedReadsConvertTheTextOnEveryRead) {
         float real = -9.0f;
         bool flag = true;  // a flag reads as a number: non-zero is true
         EXPECT_EQ(Property::tryGet(String8("v"), number), c.isInt);
-        EXPECT_EQ(number, c.isInt ? static_cast<int>(c.value) : -9);
         EXPECT_EQ(Property::tryGet(String8("v"), real), c.isFloat);
-        EXPECT_EQ(real, c.isFloat ? c.value : -9.0f);
         EXPECT_EQ(Property::tryGet(String8("v"), flag), c.isInt);
+        EXPECT_EQ(number, c.isInt ? static_cast<int>(c.value) : -9);
+        EXPECT_EQ(real, c.isFloat ? c.value : -9.0f);
         EXPECT_EQ(flag, !c.isInt || c.value != 0);
     }
 }
