@@ -78,10 +78,8 @@ TEST_F(DebugScanLineTest, DefaultBandMovesTwentyRowsPerFrameAndWraps) {
 }
 
 TEST_F(DebugScanLineTest, OnlyAShortBufferKeepsTheBandWhereItStood) {
-    Plane good(100, 100 * 80);
+    Plane good(100, 100 * 80), shortOne(100, 100 * 80 - 1);
     frame(good, 80);
-    EXPECT_EQ(good.wrongByte(0, 10, 0, 100), -1);
-    Plane shortOne(100, 100 * 80 - 1);
     clearLogs();
     frame(shortOne, 80);
     expectOnlyLine(3, DETAILS_DEBUG, "ZorCam/DebugScanLine",
