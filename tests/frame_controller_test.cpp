@@ -116,7 +116,6 @@ TEST_F(FrameControllerTest, MeasuresFiveFramesThenWaitsForOneAtMostTheAverage) {
     EXPECT_EQ(step(ts, ts + 12200001), Sleeps{});
     ts += kFi;
     EXPECT_EQ(step(ts, ts + 12200000), Sleeps{15000});
-    EXPECT_EQ(lines(4), Lines(2, kP + "FirstFrameDelay(15)ms"));
     // 20 ms after the return, default settings: 33333333 - 20000000 - 250000 ns.
     EXPECT_EQ(step(ts + kFi, vclock::now() + 20 * kMs), Sleeps{13083});
     if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
@@ -156,7 +155,6 @@ TEST_F(FrameControllerTest, PacesBetweenMinAndMaxSleepThroughAdjustAndResetModes
              "fi(33333333),ti(20000000),stc(0),st(13083 us)"},
             {kFi, left - 200999, 0, 0, "", ",stc(0),st(0 us)"},  // 200 us: at mMinSleep
             {kFi, left - 201000, 0, 201, "", ",stc(0),st(201 us)"},
-            {kFi, kFi + 5 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // negative slack
             {kFi, left - 15 * kMs + 1, 0, 14999, "", ",stc(0),st(14999 us)"},
             {kFi, left - 15 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // at mMaxSleep: warns
             // Above target + 5 ms (83.3 ms), under the reset threshold; then each frame 20 ms
