@@ -82,6 +82,15 @@ TEST_F(DebugScanLineTest, DefaultBandMovesTwentyRowsPerDrawnFrameAndWraps) {
         const int top = call % 21 * 20;
         EXPECT_EQ(p.wrongByte(top, top + 60, 0, 640), -1) << "call " << call;
     }
+    // A partial-width band under one row thick (1 * 480 < 800) paints nothing, yet counts.
+    set("width", "64");
+    set("height", "1");
+    frame(p, 480);
+    EXPECT_EQ(p.wrongByte(0, 0, 0, 0), -1);
+    set("width", "0");
+    set("height", "100");
+    frame(p, 480);
+    EXPECT_EQ(p.wrongByte(40, 100, 0, 640), -1);  // call 23: 460 mod 420
 }
 
 TEST_F(DebugScanLineTest, SettingsChooseValueBandStripeAndFullBuffer) {
