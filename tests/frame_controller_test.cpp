@@ -155,6 +155,7 @@ TEST_F(FrameControllerTest, PacesBetweenMinAndMaxSleepThroughAdjustAndResetModes
              "fi(33333333),ti(20000000),stc(0),st(13083 us)"},
             {kFi, left - 200999, 0, 0, "", ",stc(0),st(0 us)"},  // 200 us: at mMinSleep
             {kFi, left - 201000, 0, 201, "", ",stc(0),st(201 us)"},
+            {kFi, kFi + 5 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // negative slack
             {kFi, left - 15 * kMs + 1, 0, 14999, "", ",stc(0),st(14999 us)"},
             {kFi, left - 15 * kMs, 0, 0, "", ",stc(0),st(0 us)"},  // at mMaxSleep: warns
             // Above target + 5 ms (83.3 ms), under the reset threshold; then each frame 20 ms
