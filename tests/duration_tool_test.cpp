@@ -16,8 +16,9 @@ namespace {
 
 class DurationToolTest : public LogCaptureTest {
 protected:
-    // The one rate line written since the last call.
-    std::string line() {
+    // Shows the rate and returns the one debug line that wrote.
+    std::string show(DurationTool& meter) {
+        meter.showFps();
         const auto a = androidLines();
         clearLogs();
         EXPECT_EQ(a.size(), 1u);
@@ -30,34 +31,30 @@ protected:
 TEST_F(DurationToolTest, RateLines) {
     DurationTool meter("preview", 0);
     for (int i = 1; i <= 30; ++i) meter.update(i * 1000000000L / 30);
-    meter.showFps();
     if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+        meter.showFps();
         expectNoLines();
         EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.RateLines", 3));
         return;
     }
-    EXPECT_EQ(line(), "[preview] fps: 30 / 1000000000 ns = 29.999998");
+    EXPECT_EQ(show(meter), "[preview] fps: 30 / 1000000000 ns = 29.999998");
     meter.update(1500000000L);  // showing closed nothing
-    meter.showFps();
-    EXPECT_EQ(line(), "[preview] fps: 31 / 1500000000 ns = 20.666666");
+    EXPECT_EQ(show(meter), "[preview] fps: 31 / 1500000000 ns = 20.666666");
     meter.reset(2000000000L);
-    meter.showFps();
-    EXPECT_EQ(line(), "[preview] fps: 0 / 0 ns = nan");
+    EXPECT_EQ(show(meter), "[preview] fps: 0 / 0 ns = nan");
     meter.update(2000000000L);
-    meter.showFps();
-    EXPECT_EQ(line(), "[preview] fps: 1 / 0 ns = inf");
+    EXPECT_EQ(show(meter), "[preview] fps: 1 / 0 ns = inf");
 
+    // Without a time the clock's is used, by the constructor and by reset() alike.
     vclock::set(7000000000L);
     DurationTool clocked("clock");
     vclock::advance(250000000);
     clocked.update();
-    clocked.showFps();
-    EXPECT_EQ(line(), "[clock] fps: 1 / 250000000 ns = 4.000000");
+    EXPECT_EQ(show(clocked), "[clock] fps: 1 / 250000000 ns = 4.000000");
     clocked.reset();
     vclock::advance(100000000);
     clocked.update();
-    clocked.showFps();
-    EXPECT_EQ(line(), "[clock] fps: 1 / 100000000 ns = 10.000000");
+    EXPECT_EQ(show(clocked), "[clock] fps: 1 / 100000000 ns = 10.000000");
 }
 
 }  // namespace

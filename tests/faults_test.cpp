@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace zorcam_test;
@@ -41,26 +42,22 @@ class FaultsTest : public LogCaptureTest {};
 
 TEST_F(FaultsTest, ReportsCarryModuleFlagsAndFormattedText) {
     using Trigger = int (*)(const char*, const char*, const char*, ...);
-    const struct {
-        Trigger trigger;
-        const char* kind;
-        const char* name;
-    } cases[] = {{&NSCam::Utils::triggerKfeWarning, "warning", "triggerKfeWarning"},
-                 {&NSCam::Utils::triggerKfeException, "exception", "triggerKfeException"}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    const std::tuple<Trigger, std::string, std::string> cases[] = {
+            {&NSCam::Utils::triggerKfeWarning, "warning", "triggerKfeWarning"},
+            {&NSCam::Utils::triggerKfeException, "exception", "triggerKfeException"}};
+    for (const auto& [trigger, kind, name] : cases) {
+        SCOPED_TRACE(kind);
         gReports.clear();
         clearLogs();
-        EXPECT_EQ(c.trigger("cam", "ignored", "fps %d", 15), 0);
+        EXPECT_EQ(trigger("cam", "ignored", "fps %d", 15), 0);
         // The text is handed over as is, never used as a format again.
-        EXPECT_EQ(c.trigger("isp", nullptr, "%s", "100% %s %n"), 0);
-        const std::string head = std::string(c.kind) + " ";
-        EXPECT_EQ(gReports, (std::vector<std::string>{head + "cam (null) 0x10802c05 fps 15",
-                                                      head + "isp (null) 0x10802c05 100% %s %n"}));
+        EXPECT_EQ(trigger("isp", nullptr, "%s", "100% %s %n"), 0);
+        EXPECT_EQ(gReports, (std::vector<std::string>{kind + " cam (null) 0x10802c05 fps 15",
+                                                      kind + " isp (null) 0x10802c05 100% %s %n"}));
         const auto u = ulogLines();
         ASSERT_EQ(u.size(), 2u);
         EXPECT_EQ(u[0].type, NSCam::Utils::ULog::DETAILS_DEBUG);
-        EXPECT_EQ(u[0].text, std::string("[") + c.name + "] ret:-5");
+        EXPECT_EQ(u[0].text, "[" + name + "] ret:-5");
     }
 }
 
@@ -82,9 +79,7 @@ TEST_F(FaultsTest, CallStackIsOneInfoEntryStartingAtTheCaller) {
         dumpFromNamedCaller(suffix);
         const auto a = androidLines();
         ASSERT_EQ(a.size(), 1u);
-        EXPECT_EQ(a[0].prio, 4);
-        EXPECT_EQ(a[0].tag, tag);
-        EXPECT_TRUE(ulogLines().empty());
+        EXPECT_TRUE(a[0].prio == 4 && a[0].tag == tag && ulogLines().empty()) << a[0].tag;
         // One frame per line: #00 is the dump itself, #01 the function that asked for it.
         const std::string& text = a[0].text;
         const size_t second = text.find("\n#01 ") + 1;

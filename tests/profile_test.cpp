@@ -66,24 +66,21 @@ TEST_F(ProfileTest, CamProfileOvertimeNumbersEveryCheckpoint) {
     expectLine(4, ULog::DETAILS_INFO,
                "{CamProfile}[C::f] slow start: (0-th) ===> (overtime > 10 ms) "
                "[start-->now: 15 ms]");
-    vclock::advance(5 * kMs);
-    EXPECT_FALSE(profile.print_overtime(10, "fast"));
-    vclock::advance(1999 * kUs);
+    vclock::advance(1999 * kUs);  // 1.999 ms counts as 1 ms, not over 1
     EXPECT_FALSE(profile.print_overtime(1, "fast"));
     expectNoLines();
     vclock::advance(15 * kMs);
     EXPECT_TRUE(profile.print_overtime(10, "slow"));
     expectLine(4, ULog::DETAILS_INFO,
-               "{CamProfile}[C::f] slow: (3-th) ===> ( overtime > 10 ms) "
-               "[start-->now: 36 ms] [last-->now: 15 ms]");
+               "{CamProfile}[C::f] slow: (2-th) ===> ( overtime > 10 ms) "
+               "[start-->now: 31 ms] [last-->now: 15 ms]");
 }
 
 TEST_F(ProfileTest, CameraProfileLinesAndPrinters) {
     CameraProfile profile("Cam/Test", "pre: ");
     vclock::advance(1234567);
     profile.print('D', "x%d", 1);
-    ASSERT_EQ(androidLines().size(), 1u);
-    EXPECT_EQ(androidLines()[0].text, "pre: @0 x1 [start-->now: 1234 us]");
+    EXPECT_EQ(androidLines().at(0).text, "pre: @0 x1 [start-->now: 1234 us]");
     EXPECT_EQ(ulogLines().at(0).moduleId, 0x40007001u);
     EXPECT_EQ(ulogLine(), "@0 x1 [start-->now: 1234 us]");  // the prefix is the Android log's
     vclock::advance(kMs);
@@ -104,9 +101,8 @@ TEST_F(ProfileTest, CameraProfileLinesAndPrinters) {
             {'V', ULog::DETAILS_VERBOSE}, {'D', ULog::DETAILS_DEBUG}, {'X', ULog::DETAILS_DEBUG}};
     for (const auto& [letter, type] : cases) {
         profile.print(letter, "n");
-        const auto u = ulogLines();
+        EXPECT_EQ(ulogLines().at(0).type, type) << letter;
         clearLogs();
-        EXPECT_TRUE(u.size() == 1 && u[0].type == type) << letter;
     }
     setULog(0x0, 0, 0);  // gates every letter but 'F'
     profile.print('E', "gone");
