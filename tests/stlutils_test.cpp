@@ -6,6 +6,8 @@
 #include <zorcam/utils/std/Misc.h>
 #include <zorcam/utils/std/StlUtils.h>
 
+#include <utils/Mutex.h>
+
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -30,6 +32,12 @@ TEST_F(StlUtilsTest, LockNoexceptNeverLocks) {
     std::unique_lock<std::mutex> lk(m, std::defer_lock);
     EXPECT_FALSE(NSCam::Utils::lockNoexcept(lk));
     EXPECT_TRUE(freeForOthers(m));
+    // The library exports the Android mutex's build separately.
+    android::Mutex am;
+    std::unique_lock<android::Mutex> androidLock(am, std::defer_lock);
+    EXPECT_FALSE(NSCam::Utils::lockNoexcept(androidLock));
+    EXPECT_EQ(am.tryLock(), 0);
+    am.unlock();
     expectNoLines();
 }
 
