@@ -1,10 +1,11 @@
-// The host libsync: sync_wait's contract and the in-process sw_sync emulation (forced on here
-// even where the kernel has the driver).
+// The host libsync, through the header names device code includes: sync_wait's contract, the
+// older information calls and the in-process sw_sync emulation (forced on here even where the
+// kernel has the driver).
 
 #include "FdCount.h"
 
-#include <android/sw_sync.h>
-#include <android/sync.h>
+#include <sw_sync.h>
+#include <sync/sync.h>
 
 #include <errno.h>
 #include <poll.h>
@@ -17,6 +18,7 @@
 #include <gtest/gtest.h>
 
 #include <climits>
+#include <utility>
 #include <functional>
 #include <string>
 #include <vector>
@@ -58,7 +60,7 @@ bool readable(int fd) {
 // A copy of what sync_file_info answers; all zero when it fails.
 struct Info {
     struct sync_file_info file = {};
-    std::vector<sync_fence_info> records;
+    std::vector<struct sync_fence_info> records;
 };
 
 Info infoOf(int fd) {
@@ -179,6 +181,51 @@ TEST_F(LibsyncTest, ClosingATimelineSignalsItsFencesWithAnError) {
     advance();
     EXPECT_EQ(infoOf(both).file.status, -ENOENT);
     EXPECT_TRUE(readable(both));
+}
+
+// The older information calls describe the same sync file as sync_file_info, point for point.
+TEST_F(LibsyncTest, OlderInfoAgreesWithFileInfo) {
+    sFakeClock = true;
+    const int doomedTimeline = sw_sync_timeline_create(), other = own(sw_sync_timeline_create());
+    const int active = fenceAt(2, -1, "active"), signalled = fenceAt(1, -1, "signalled");
+    const int errored = fenceAt(1, doomedTimeline, "errored");
+    sNowNs = 5000000000;
+    advance();
+    close(doomedTimeline);
+    const int merged = own(sync_merge("merged", signalled, fenceAt(1, other)));
+    const int mergedErrored = own(sync_merge("merged-errored", errored, active));
+    const std::pair<const char*, int> cases[] = {{"active", active}, {"signalled", signalled},
+                                                 {"errored", errored}, {"merged", merged},
+                                                 {"merged-errored", mergedErrored}};
+    for (const auto& [name, fd] : cases) {
+        SCOPED_TRACE(name);
+        const Info fresh = infoOf(fd);
+        struct sync_fence_info_data* old = sync_fence_info(fd);
+        ASSERT_NE(old, nullptr);
+        EXPECT_STREQ(old->name, name);
+        EXPECT_STREQ(old->name, fresh.file.name);
+        EXPECT_EQ(old->status, fresh.file.status);
+        size_t i = 0;
+        for (struct sync_pt_info* pt = sync_pt_info(old, nullptr); pt != nullptr;
+             pt = sync_pt_info(old, pt), ++i) {
+            ASSERT_LT(i, fresh.records.size());
+            EXPECT_EQ(pt->len, sizeof(struct sync_pt_info));
+            EXPECT_STREQ(pt->obj_name, fresh.records[i].obj_name) << "point " << i;
+            EXPECT_STREQ(pt->driver_name, fresh.records[i].driver_name) << "point " << i;
+            EXPECT_EQ(pt->status, fresh.records[i].status) << "point " << i;
+            EXPECT_EQ(pt->timestamp_ns, fresh.records[i].timestamp_ns) << "point " << i;
+        }
+        EXPECT_EQ(i, fresh.records.size());
+        EXPECT_EQ(old->len, sizeof(*old) + i * sizeof(struct sync_pt_info));
+        sync_fence_info_free(old);
+    }
+    EXPECT_EQ(infoOf(merged).records.size(), 2u);
+    EXPECT_EQ(infoOf(errored).file.status, -ENOENT);
+    EXPECT_EQ(infoOf(signalled).records.at(0).timestamp_ns, 5000000000u);
+    errno = 0;
+    EXPECT_EQ(sync_fence_info(-1), nullptr);
+    EXPECT_NE(errno, 0);
+    sync_fence_info_free(nullptr);
 }
 
 // Signalled fences are freed by the close itself; pending ones, merged too, by the next call,

@@ -31,6 +31,12 @@ int ioctlRetry(int fd, unsigned long request, void* arg) {
     return ret;
 }
 
+// Both layouts keep names in 32-byte arrays; the copy is always terminated.
+void copyName(char (&to)[32], const char (&from)[32]) {
+    memcpy(to, from, sizeof(to));
+    to[sizeof(to) - 1] = '\0';
+}
+
 }  // namespace
 
 extern "C" int sync_wait(int fd, int timeout) {
@@ -102,5 +108,49 @@ extern "C" struct sync_file_info* sync_file_info(int32_t fd) {
 }
 
 extern "C" void sync_file_info_free(struct sync_file_info* info) {
+    free(info);
+}
+
+extern "C" struct sync_fence_info_data* sync_fence_info(int fd) {
+    struct sync_file_info* info = sync_file_info(fd);
+    if (info == nullptr) return nullptr;
+    const struct sync_fence_info* records = sync_get_fence_info(info);
+    const uint64_t size =
+        sizeof(struct sync_fence_info_data) + uint64_t{info->num_fences} * sizeof(struct sync_pt_info);
+    auto* legacy = size <= UINT32_MAX ? static_cast<struct sync_fence_info_data*>(calloc(1, size))
+                                      : nullptr;
+    if (legacy == nullptr) {
+        sync_file_info_free(info);
+        errno = ENOMEM;
+        return nullptr;
+    }
+    legacy->len = static_cast<uint32_t>(size);
+    copyName(legacy->name, info->name);
+    legacy->status = info->status;
+    auto* points = reinterpret_cast<struct sync_pt_info*>(legacy->pt_info);
+    for (uint32_t i = 0; i < info->num_fences; ++i) {
+        points[i].len = sizeof(struct sync_pt_info);
+        copyName(points[i].obj_name, records[i].obj_name);
+        copyName(points[i].driver_name, records[i].driver_name);
+        points[i].status = records[i].status;
+        points[i].timestamp_ns = records[i].timestamp_ns;
+    }
+    sync_file_info_free(info);
+    return legacy;
+}
+
+extern "C" struct sync_pt_info* sync_pt_info(struct sync_fence_info_data* info,
+                                             struct sync_pt_info* itr) {
+    if (info == nullptr) return nullptr;
+    uint8_t* const base = reinterpret_cast<uint8_t*>(info);
+    uint8_t* next = itr == nullptr ? info->pt_info : reinterpret_cast<uint8_t*>(itr) + itr->len;
+    // A point must lie whole inside the record; a zero length would never move on.
+    const uint64_t offset = static_cast<uint64_t>(next - base);
+    if (offset + sizeof(struct sync_pt_info) > info->len) return nullptr;
+    if (itr != nullptr && itr->len == 0) return nullptr;
+    return reinterpret_cast<struct sync_pt_info*>(next);
+}
+
+extern "C" void sync_fence_info_free(struct sync_fence_info_data* info) {
     free(info);
 }
