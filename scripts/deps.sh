@@ -27,6 +27,7 @@ else
         libgtest-dev libgmock-dev libbenchmark-dev
         libpng-dev
         clang libclang-rt-dev
+        mini-soong blueprint-tools dpkg-dev
     )
 fi
 

@@ -80,6 +80,7 @@ int main() {
     if (stamped == 0) return fail("nothing stamped");
     printf("frame %u stamped: %td bytes set\n", kFrame, stamped);
 
+    fflush(stdout);  // the log line goes to stderr on a host; keep the order readable
     if (zorcam_testLog(kTag, 'I'))
         __android_log_print(ANDROID_LOG_INFO, kTag, "[%s] frame %u done", __func__, kFrame);
     printf("ok\n");
