@@ -11,7 +11,7 @@
 #   4. CMake and Android.bp build the same sources under utils/std/ and platform/.
 # ZORCAM_DELIVERY_TIMING=1 also builds the same libraries with CMake in a fresh directory and
 # prints both build times side by side.
-set -euo pipefail
+set -euo pipefail  # no `grep -q` or `head` at a pipe's end: the writer's SIGPIPE would fail it
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$(realpath -m "${1:-$root/build/test}")
 jobs=$(nproc)
@@ -55,7 +55,7 @@ soname=$(readelf -d "$libdir/libzorcam_stdutils.so.$version" | sed -n 's/.*SONAM
 grep -q "ZORCAM_STDUTILS_VERSION_STRING \"$version\"" "$prefix/include/zorcam/utils/std/Version.h" ||
     fail "Version.h does not say $version"
 while IFS= read -r -d '' elf; do
-    readelf -d "$elf" | grep -q "RUNPATH.*$android_libdir" ||
+    readelf -d "$elf" | grep "RUNPATH.*$android_libdir" >/dev/null ||
         fail "${elf#"$prefix"/} has no RUNPATH to $android_libdir"
 done < <(find "$prefix/bin" "$libdir" -maxdepth 1 -type f \( -name 'lib*.so*' -o -perm -u+x \) -print0)
 env -u LD_LIBRARY_PATH "$prefix/bin/zorcam-util" formats >/dev/null ||
@@ -133,10 +133,15 @@ for lib in $cmake_libs; do
 done
 
 step "unit tests against the Android.bp libraries"
-probe=$(find "$build/bin" -maxdepth 1 -name '*_test' -type f | head -n 1)
-LD_LIBRARY_PATH="$bp_tree:$android_libdir" ldd "$probe" |
-    grep -q "libzorcam_stdutils.so.$major => $bp_tree/" ||
-    fail "$(basename "$probe") does not load the Android.bp library"
+loading=0
+for program in "$build"/bin/*_test; do
+    if LD_LIBRARY_PATH="$bp_tree:$android_libdir" ldd "$program" |
+            grep "libzorcam_stdutils.so.$major => $bp_tree/" >/dev/null; then
+        loading=$((loading + 1))
+    fi
+done
+[[ $loading -gt 0 ]] || fail "no test program loads the Android.bp library"
+echo "$loading test programs load the Android.bp libraries"
 LD_LIBRARY_PATH="$bp_tree:$android_libdir" ctest --test-dir "$build" -j "$jobs" \
     --output-on-failure >"$work/ctest.log" 2>&1 ||
     { tail -n 60 "$work/ctest.log"; fail "unit tests fail against the Android.bp libraries"; }
