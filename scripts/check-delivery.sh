@@ -34,7 +34,8 @@ if [[ ! -f $build/CMakeCache.txt ]]; then
     cmake -S "$root" -B "$build" -G Ninja -DZORCAM_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         >/dev/null
 fi
-cmake --build "$build" -j "$jobs" >/dev/null
+cmake --build "$build" -j "$jobs" >"$work/build.log" 2>&1 ||
+    { tail -n 40 "$work/build.log"; fail "the CMake build in $build failed"; }
 version=$(sed -n 's/^CMAKE_PROJECT_VERSION:[A-Z]*=//p' "$build/CMakeCache.txt")
 major=${version%%.*}
 
