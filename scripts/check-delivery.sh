@@ -83,7 +83,7 @@ printf -v out '%q' "$work/pkg-config consumer"
 (
     export PKG_CONFIG_PATH="$(dirname "$pc")"
     cd "$root/examples/consumer"
-    eval "c++ -std=c++17 -Wall -Wextra -DCONSUMER_BUILT_WITH='\"pkg-config\"' main.cpp -o $out \
+    eval "c++ -std=c++17 -Wall -Wextra -Wshadow -Werror -DCONSUMER_BUILT_WITH='\"pkg-config\"' main.cpp -o $out \
           $(pkg-config --cflags --libs zorcam-stdutils)"
 )
 env -u LD_LIBRARY_PATH "$work/pkg-config consumer"

@@ -1,4 +1,7 @@
 #pragma once
+// A system header wherever it is found, like the platform's: its functions share their names
+// with the kernel's structures, which GCC's -Wshadow would report in every including file.
+#pragma GCC system_header
 
 // Sync files for a Linux host: waits, merges and information on kernel sync files and on the
 // software fences of <android/sw_sync.h>, with the interface and results of the platform's
