@@ -114,18 +114,23 @@ TEST_F(LogFrontEndTest, StoppedMessagesEvaluateNoArgument) {
 // log.
 TEST_F(LogFrontEndTest, EightThreadsLogWhileTheSwitchesChange) {
     constexpr int kThreads = 8, kLines = 400;
-    std::atomic<int> running{kThreads};
+    std::atomic<int> running{kThreads}, flips{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([t, &running] {
+        threads.emplace_back([t, &running, &flips] {
             for (int i = 0; i < kLines; ++i) {
+                // Every eighth line waits for one more change, so the switches change at
+                // least fifty times while each thread logs, however the threads are scheduled.
+                while (flips.load() < i / 8) std::this_thread::yield();
                 CAM_ULOGE(kTag, "[%s] e %d %d", "log", t, i);
                 CAM_ULOGV(kTag, "[%s] v %d %d", "log", t, i);
             }
             --running;
         });
-    for (uint32_t flip = 0; running.load() > 0; ++flip)
+    for (uint32_t flip = 1; running.load() > 0; ++flip) {
         setULog(flip & 1 ? 0x3 : 0x1, flip & 2 ? 6 : 0, flip & 4 ? 0x40007000 : 0);
+        ++flips;
+    }
     for (auto& t : threads) t.join();
 
     // Each (letter, thread, line) seen once per sink, with the text and type its letter has.
