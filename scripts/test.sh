@@ -1,12 +1,15 @@
 #!/usr/bin/env bash
-# Builds and runs every test: the normal build, then an AddressSanitizer + UBSan build, then the
-# property store's concurrency test under ThreadSanitizer.
-# Extra arguments go to ctest (for example -R Format).
+# Builds and runs every test, one stage after another: the normal gcc build, the installed
+# package and Android.bp checks, a clang build, an AddressSanitizer + UBSan build, a
+# ThreadSanitizer build, the arm64 cross build under qemu-user, and the fuzz targets. Ends with each stage's time.
+# Extra arguments go to ctest (for example -R Format). ZORCAM_STAGES="test tsan" runs only the
+# stages named.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 "$root/scripts/deps.sh"
 jobs=$(nproc)
 
+# Configures build/<name> with the given options (-Werror always), builds it and runs ctest.
 run_suite() {
     local name=$1; shift
     local build="$root/build/$name"
@@ -17,11 +20,47 @@ run_suite() {
     (cd "$build" && ctest --output-on-failure -j "$jobs" "${ctest_args[@]}")
 }
 
+stage_test() {
+    run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+}
+
+# Installs the normal build into a scratch prefix, builds the example consumer both ways and
+# checks Android.bp with the Soong tools (needs the test stage's build).
+stage_delivery() {
+    "$root/scripts/check-delivery.sh" "$root/build/test"
+}
+
+# Everything built with clang as well (benchmarks included), so that its warnings fail the
+# build too.
+stage_clang() {
+    CC=clang CXX=clang++ run_suite clang -DCMAKE_BUILD_TYPE=RelWithDebInfo
+}
+
+stage_asan() {
+    ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+        run_suite asan -DCMAKE_BUILD_TYPE=Debug -DZORCAM_SANITIZE=ON -DZORCAM_BUILD_BENCH=OFF
+}
+
+# Every test program under ThreadSanitizer. tests/tsan.supp names the races that TSan reports
+# inside the uninstrumented Debian libraries.
+stage_tsan() {
+    local flags=-fsanitize=thread
+    TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$root/tests/tsan.supp" \
+        run_suite tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZORCAM_BUILD_BENCH=OFF \
+            -DCMAKE_C_FLAGS=$flags -DCMAKE_CXX_FLAGS=$flags \
+            -DCMAKE_EXE_LINKER_FLAGS=$flags -DCMAKE_SHARED_LINKER_FLAGS=$flags
+}
+
+stage_arm64() {
+    bash "$root/scripts/test-arm64.sh" "${ctest_args[@]}"
+}
+
 # Builds the libFuzzer targets with clang in build/fuzz and runs each for a bounded time
 # (ZORCAM_FUZZ_SECONDS, 60 by default) over its corpus in fuzz/corpus/<target>/. New inputs
 # go to a scratch directory, so the corpus in the tree only changes by hand; a crash, leak
 # or sanitizer report fails the run and leaves its input in build/fuzz/artifacts/.
-run_fuzz() {
+stage_fuzz() {
     local build="$root/build/fuzz"
     local seconds=${ZORCAM_FUZZ_SECONDS:-60}
     echo "== fuzz build"
@@ -51,26 +90,28 @@ run_fuzz() {
     done
 }
 
-ctest_args=("${@}")
-run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
-"$root/scripts/check-delivery.sh" "$root/build/test"  # install, consumers, Android.bp
-(
-    export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
-    export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
-    run_suite asan -DCMAKE_BUILD_TYPE=Debug -DZORCAM_SANITIZE=ON -DZORCAM_BUILD_BENCH=OFF
-)
-# The property store's concurrency test once more under ThreadSanitizer. Only that program is
-# built and run, which keeps the stage to well under a minute.
-(
-    export TSAN_OPTIONS="halt_on_error=1 suppressions=$root/tests/property_test.tsan.supp"
-    build="$root/build/tsan"
-    echo "== tsan build (property_test)"
-    cmake -S "$root" -B "$build" -G Ninja -DZORCAM_WERROR=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-          -DZORCAM_BUILD_BENCH=OFF -DCMAKE_C_FLAGS=-fsanitize=thread \
-          -DCMAKE_CXX_FLAGS=-fsanitize=thread -DCMAKE_EXE_LINKER_FLAGS=-fsanitize=thread \
-          -DCMAKE_SHARED_LINKER_FLAGS=-fsanitize=thread >/dev/null
-    cmake --build "$build" -j "$jobs" --target property_test
-    echo "== tsan tests"
-    timeout 300 "$build/bin/property_test"
-)
-run_fuzz
+# Runs each stage in turn, stopping at the first that fails, and prints every stage's time at
+# the end, whether the run passed or not.
+stages=(${ZORCAM_STAGES:-test delivery clang asan tsan arm64 fuzz})
+ctest_args=("$@")
+summary=()
+print_summary() {
+    echo "== stage times"
+    printf '%s\n' "${summary[@]}"
+    echo "   total $((SECONDS / 60))m $((SECONDS % 60))s"
+}
+trap print_summary EXIT
+for stage in "${stages[@]}"; do
+    start=$SECONDS
+    # A subshell outside any condition, so that errexit holds inside the stage.
+    set +e
+    (set -e; "stage_$stage")
+    rc=$?
+    set -e
+    status=passed
+    [[ $rc -eq 0 ]] || status=FAILED
+    elapsed=$((SECONDS - start))
+    summary+=("$(printf '   %-6s %3dm %02ds  %s' "$stage" $((elapsed / 60)) $((elapsed % 60)) \
+        "$status")")
+    [[ $status == passed ]] || exit 1
+done

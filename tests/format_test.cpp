@@ -6,9 +6,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <map>
 #include <new>
 #include <set>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace zorcam_test;
 using namespace NSCam::Utils::Format;
@@ -184,4 +187,57 @@ TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
     gCountAllocations = false;
     EXPECT_EQ(gAllocations.load(), 0);
     EXPECT_GT(sum, 0u);
+}
+
+// Camera threads query the registry and copy its map at once. Every thread gets the answers
+// one thread gets alone, and each query writes its verbose line exactly once.
+TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
+    struct Row {
+        int id;
+        std::string name;
+        size_t planes, width1;
+        int bits;
+    };
+    std::vector<Row> rows;
+    std::map<std::string, int> expected;  // verbose line -> times it is written
+    constexpr int kThreads = 8, kRounds = 10;
+    {
+        const ImgFmtMap map = getMapper();
+        for (size_t i = 0; i < map.size(); ++i) {
+            const IImgFmt& f = *map.valueAt(i);
+            rows.push_back({map.keyAt(i), f.getName(), f.getPlaneCount(),
+                            f.getPlaneWidthInPixels(1, 1920), f.getImageBitsPerPixel()});
+            const Row& r = rows.back();
+            const std::string n = "] [" + r.name + "] ";
+            expected["[queryPlaneCount" + n + "plane count " + std::to_string(r.planes)] +=
+                    kThreads * kRounds;
+            expected["[queryPlaneWidthInPixels" + n + "Width in pixels " +
+                     std::to_string(r.width1) + " @ 1-th plane"] += kThreads * kRounds;
+            expected["[queryImageBitsPerPixel" + n + "bits per pixel " + std::to_string(r.bits)] +=
+                    kThreads * kRounds;
+        }
+    }
+    ASSERT_EQ(rows.size(), 82u);
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&] {
+            for (int round = 0; round < kRounds; ++round)
+                for (const Row& r : rows) {
+                    const ImgFmtMap map = getMapper();
+                    const android::sp<IImgFmt> f = map.valueFor(r.id);
+                    wrong += map.size() != rows.size() || f == nullptr || r.name != f->getName();
+                    wrong += queryImageFormatName(r.id) != r.name || !checkValidFormat(r.id);
+                    wrong += queryPlaneCount(r.id) != r.planes ||
+                             queryPlaneWidthInPixels(r.id, 1, 1920) != r.width1 ||
+                             queryImageBitsPerPixel(r.id) != r.bits;
+                }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(wrong.load(), 0);
+    std::map<std::string, int> seen;
+    for (const auto& l : ulogLines()) ++seen[l.text];
+    EXPECT_TRUE(seen == expected) << seen.size() << " distinct lines, " << expected.size()
+                                  << " expected";
+    EXPECT_EQ(getMapper().size(), 82u);  // no copy changed the registry
 }

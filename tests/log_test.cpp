@@ -6,9 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace zorcam_test;
 
@@ -101,6 +106,54 @@ TEST_F(LogFrontEndTest, StoppedMessagesEvaluateNoArgument) {
     CAM_PLOGD(kTag, "[%s] %d", __func__, arg());  // camera log level 2 stops debug
     EXPECT_EQ(evaluated, 0);
     expectNoLines();
+}
+
+// Camera threads log while the unified logger's switches change under them. An error always
+// passes and bit 0 stays set, so each error reaches the Android log exactly once; everything
+// else may or may not pass, but at most once, whole, and verbose lines never reach the Android
+// log.
+TEST_F(LogFrontEndTest, EightThreadsLogWhileTheSwitchesChange) {
+    constexpr int kThreads = 8, kLines = 400;
+    std::atomic<int> running{kThreads}, flips{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([t, &running, &flips] {
+            for (int i = 0; i < kLines; ++i) {
+                // Every eighth line waits for one more change, so the switches change at
+                // least fifty times while each thread logs, however the threads are scheduled.
+                while (flips.load() < i / 8) std::this_thread::yield();
+                CAM_ULOGE(kTag, "[%s] e %d %d", "log", t, i);
+                CAM_ULOGV(kTag, "[%s] v %d %d", "log", t, i);
+            }
+            --running;
+        });
+    for (uint32_t flip = 1; running.load() > 0; ++flip) {
+        setULog(flip & 1 ? 0x3 : 0x1, flip & 2 ? 6 : 0, flip & 4 ? 0x40007000 : 0);
+        ++flips;
+    }
+    for (auto& t : threads) t.join();
+
+    // Each (letter, thread, line) seen once per sink, with the text and type its letter has.
+    auto tally = [](const std::string& text, std::map<std::string, int>& seen) {
+        char letter = 0;
+        int t = -1, i = -1, end = 0;
+        const bool parsed = sscanf(text.c_str(), "[log] %c %d %d%n", &letter, &t, &i, &end) == 3;
+        EXPECT_TRUE(parsed && t >= 0 && t < kThreads && i >= 0 && i < kLines &&
+                    static_cast<size_t>(end) == text.size()) << text;
+        EXPECT_EQ(++seen[text.substr(0, end)], 1) << text;
+        return letter;
+    };
+    std::map<std::string, int> android, ulog;
+    for (const auto& l : androidLines()) {
+        EXPECT_EQ(tally(stripLocation(l.text), android), 'e') << l.text;
+        EXPECT_TRUE(l.prio == 6 && l.text != stripLocation(l.text)) << l.text;
+    }
+    EXPECT_EQ(android.size(), size_t{kThreads * kLines});
+    for (const auto& l : ulogLines()) {
+        const char letter = tally(l.text, ulog);
+        EXPECT_EQ(l.type, letter == 'e' ? 1u : 6u) << l.text;
+        EXPECT_EQ(l.length, static_cast<int64_t>(l.text.size())) << l.text;
+    }
 }
 
 TEST_F(LogFrontEndTest, PropertyGatedPathWritesTheAndroidLogOnly) {

@@ -203,6 +203,50 @@ TEST_F(SyncTest, WaitersReturnWhenAnotherThreadSignals) {
     EXPECT_EQ(ok.load(), 8);
 }
 
+// One fence shared by many threads: four wait on it while four merge it, duplicate its
+// descriptor and drop their references, and the test drops its own before it signals. Every
+// waiter and every merged fence sees the one signal, and no descriptor outlives its fence.
+TEST_F(SyncTest, SharedFenceIsWaitedOnWhileMergedDuplicatedAndReleased) {
+    const int before = openFdCount();
+    sp<IFence> shared = fenceAt(1, -1, "shared");
+    constexpr int kPairs = 4, kRounds = 200;
+    std::atomic<int> faults{0};
+    std::vector<int64_t> waited(kPairs);
+    std::vector<sp<IFence>> kept(kPairs);
+    std::vector<std::thread> waiters, mergers;
+    for (int t = 0; t < kPairs; ++t) {
+        waiters.emplace_back([&faults, &waited, t, f = shared] {
+            faults += f->wait(60000) != 0;
+            waited[t] = f->getSignalTime();
+        });
+        mergers.emplace_back([&faults, &kept, t, f = shared] {
+            for (int r = 0; r < kRounds; ++r) {
+                const sp<IFence>& none = IFence::NO_FENCE;
+                sp<IFence> m = IFence::merge("m", r % 3 == 0 ? none : f, r % 3 == 1 ? none : f);
+                faults += !m->isValid() || m->getFd() == f->getFd();
+                faults += std::string(m->name()) != "m";
+                faults += m->wait(0) != -ETIME || m->getSignalTime() != INT64_MAX;
+                sp<IFence> copy = IFence::create(f->dup());
+                faults += copy->getFd() == f->getFd() || std::string(copy->name()) != "shared";
+                kept[t] = m;
+            }
+        });
+    }
+    for (auto& t : mergers) t.join();
+    EXPECT_EQ(faults.load(), 0) << "before the signal";
+    shared.clear();  // the waiters hold the last references
+    advance();
+    for (auto& t : waiters) t.join();
+    EXPECT_EQ(faults.load(), 0);
+    EXPECT_TRUE(waited[0] > 0 && waited[0] != INT64_MAX) << waited[0];
+    for (int t = 0; t < kPairs; ++t) {
+        EXPECT_EQ(waited[t], waited[0]) << "waiter " << t;
+        EXPECT_TRUE(kept[t]->wait(0) == 0 && kept[t]->getSignalTime() == waited[0]) << t;
+    }
+    kept.clear();
+    EXPECT_EQ(openFdCount(), before);
+}
+
 TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
     const int stuck = newTimeline();  // never advanced
     const int before = openFdCount();

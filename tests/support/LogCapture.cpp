@@ -64,9 +64,10 @@ void LogCaptureTest::TearDown() {
 
 void LogCaptureTest::setULog(uint32_t mode, uint32_t level, uint32_t mask) {
     using NSCam::Utils::ULog::ULogger;
-    ULogger::sMode = mode;
-    ULogger::sDetailsLevel = level;
-    ULogger::sNormalDetailsMask = mask;
+    // Atomic stores, as the logger library changes them while other threads may be logging.
+    __atomic_store_n(&ULogger::sMode, mode, __ATOMIC_RELAXED);
+    __atomic_store_n(&ULogger::sDetailsLevel, level, __ATOMIC_RELAXED);
+    __atomic_store_n(&ULogger::sNormalDetailsMask, mask, __ATOMIC_RELAXED);
 }
 
 std::vector<AndroidLine> LogCaptureTest::androidLines(const std::string& tag) {

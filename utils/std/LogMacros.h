@@ -33,17 +33,35 @@ constexpr uint32_t kUtilsModuleId = 0x40007001;
 /// The tag of the library at large; the overlays and the frame controller have their own.
 constexpr const char* kUtilsTag = "ZorCam/Utils";
 
+/// Reads one of the unified logger's switches. The logger library may change them while any
+/// thread logs, so each is read with one relaxed atomic load: a message sees the old or the new
+/// value, never a torn one, and the read is still a single plain load on every processor.
+inline uint32_t loadSwitch(const uint32_t& value) {
+    return __atomic_load_n(&value, __ATOMIC_RELAXED);
+}
+
+/// The output switches, sMode.
+inline uint32_t loadMode() {
+    return loadSwitch(ULogger::sMode);
+}
+
+/// The unified logger object, read with acquire so that an object installed by another thread
+/// is seen fully built.
+inline ULogger* loadLogger() {
+    return __atomic_load_n(&ULogger::sULogger, __ATOMIC_ACQUIRE);
+}
+
 /// The module test of the unified path: the masked id names a module (>= 0x100000) and at
 /// least one of its categories (0xFF000).
 inline bool moduleEnabled(uint32_t moduleId) {
-    const uint32_t m = ULogger::sNormalDetailsMask & moduleId;
+    const uint32_t m = loadSwitch(ULogger::sNormalDetailsMask) & moduleId;
     return m >= 0x100000 && (m & 0xFF000) != 0;
 }
 
 /// Gate of a direct unified-path message of the library's own module.
 inline bool unifiedPass(DetailsType type) {
     if (type == DETAILS_ERROR) return true;
-    if (ULogger::sDetailsLevel < type) return false;
+    if (loadSwitch(ULogger::sDetailsLevel) < type) return false;
     return type == DETAILS_WARNING || moduleEnabled(kUtilsModuleId);
 }
 
@@ -68,7 +86,7 @@ void writeUnified(const char* tag, DetailsType type, const char* fmt, ...)
 #define ZORCAM_ULOG_(type, prio, tag, fmt, ...)                                                 \
     do {                                                                                        \
         if (::NSCam::Utils::ULog::unifiedPass(type)) {                                          \
-            if ((::NSCam::Utils::ULog::ULogger::sMode & 0x1) &&                                 \
+            if ((::NSCam::Utils::ULog::loadMode() & 0x1) &&                                     \
                 (type) != ::NSCam::Utils::ULog::DETAILS_VERBOSE) {                              \
                 if ((type) == ::NSCam::Utils::ULog::DETAILS_ERROR)                              \
                     __android_log_print(prio, tag, fmt ZORCAM_LOC_SUFFIX, ##__VA_ARGS__,        \
@@ -76,7 +94,7 @@ void writeUnified(const char* tag, DetailsType type, const char* fmt, ...)
                 else                                                                            \
                     __android_log_print(prio, tag, fmt, ##__VA_ARGS__);                         \
             }                                                                                   \
-            if (::NSCam::Utils::ULog::ULogger::sMode & 0xE)                                     \
+            if (::NSCam::Utils::ULog::loadMode() & 0xE)                                         \
                 ::NSCam::Utils::ULog::writeUnified(tag, type, fmt, ##__VA_ARGS__);              \
         }                                                                                       \
     } while (0)

@@ -78,7 +78,7 @@ void writeUnified(const char* tag, DetailsType type, const char* fmt, ...) {
     va_start(ap, fmt);
     const int64_t length = formatMessage(buffer, fmt, ap);
     va_end(ap);
-    ULogger::sULogger->logText(kUtilsModuleId, tag, type, buffer, length);
+    loadLogger()->logText(kUtilsModuleId, tag, type, buffer, length);
 }
 
 }  // namespace ULog

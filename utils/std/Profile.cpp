@@ -34,7 +34,7 @@ int32_t elapsedMs(int32_t now, int32_t then) {
 // Whether a unified-path line of this type reaches at least one sink. Checked before the note
 // is formatted, so that a checkpoint whose line is kept back costs only its clock read.
 bool unifiedWrites(DetailsType type) {
-    return ULog::unifiedPass(type) && (ULogger::sMode & 0xF) != 0;
+    return ULog::unifiedPass(type) && (ULog::loadMode() & 0xF) != 0;
 }
 
 android::String8 formatNote(const char* fmt, va_list ap) {

@@ -36,16 +36,16 @@ ULogPrinter::ULogPrinter(unsigned int moduleId, const char* tag, DetailsType typ
 ULogPrinter::~ULogPrinter() = default;
 
 bool ULogPrinter::pass() const {
-    if (ULogger::sDetailsLevel < static_cast<uint32_t>(mDetailsType)) return false;
+    if (loadSwitch(ULogger::sDetailsLevel) < static_cast<uint32_t>(mDetailsType)) return false;
     if (static_cast<int32_t>(mDetailsType) >= 3 && !moduleEnabled(mModuleId)) return false;
     return true;
 }
 
 void ULogPrinter::printLine(const char* line) {
     if (line == nullptr || !pass()) return;
-    if (ULogger::sMode & 0x1) mLogPrinter.printLine(line);
-    if (ULogger::sMode & 0xE)
-        ULogger::sULogger->logText(mModuleId, mTag, mDetailsType, line,
+    if (loadMode() & 0x1) mLogPrinter.printLine(line);
+    if (loadMode() & 0xE)
+        loadLogger()->logText(mModuleId, mTag, mDetailsType, line,
                                    static_cast<int64_t>(strlen(line)));
 }
 
@@ -56,9 +56,9 @@ void ULogPrinter::printFormatLine(const char* format, ...) {
     va_start(ap, format);
     const int64_t length = formatMessage(buffer, format, ap);
     va_end(ap);
-    if (ULogger::sMode & 0x1) mLogPrinter.printLine(buffer);
-    if (ULogger::sMode & 0xE)
-        ULogger::sULogger->logText(mModuleId, mTag, mDetailsType, buffer, length);
+    if (loadMode() & 0x1) mLogPrinter.printLine(buffer);
+    if (loadMode() & 0xE)
+        loadLogger()->logText(mModuleId, mTag, mDetailsType, buffer, length);
 }
 
 }  // namespace ULog
