@@ -27,6 +27,7 @@ else
         libgtest-dev libgmock-dev libbenchmark-dev
         libpng-dev
         clang libclang-rt-dev
+        abigail-tools
     )
 fi
 

@@ -53,6 +53,7 @@ run_fuzz() {
 
 ctest_args=("${@}")
 run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+"$root/scripts/abi.sh"
 (
     export ASAN_OPTIONS=detect_leaks=1:abort_on_error=1
     export UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1
