@@ -66,9 +66,9 @@ describe() {
         echo "$log" >&2
         exit 1
     fi
-    abidw --headers-dir "$root/include" --drop-private-types --drop-undefined-syms \
-          --no-elf-needed --no-corpus-path --no-comp-dir-path --no-show-locs \
-          --type-id-style hash --out-file "$out" "$build/lib/libzorcam_stdutils.so"
+    abidw --headers-dir "$root/include" --exported-interfaces-only --drop-private-types \
+          --drop-undefined-syms --no-elf-needed --no-corpus-path --no-comp-dir-path \
+          --no-show-locs --type-id-style hash --out-file "$out" "$build/lib/libzorcam_stdutils.so"
     sed -i "s|path='$root/|path='|" "$out"
 }
 
