@@ -46,6 +46,14 @@ alter grown "{ sub(/<class-decl name='DurationTool' size-in-bits='[0-9]+'/,
                    \"<class-decl name='DurationTool' size-in-bits='4096'\"); print }"
 check grown 1 "class NSCam::Utils::DurationTool" "type size changed from 4096 to"
 
+# A virtual function of a public class in another vtable slot.
+alter moved "/<member-function/ { held = \$0; next }
+             held != \"\" { if (\$0 ~ /IFence4waitEi'/) sub(/vtable-offset='[0-9]+'/,
+                                                           \"vtable-offset='7'\", held)
+                          print held; held = \"\" }
+             { print }"
+check moved 1 "vtable offset of method virtual int NSCam::Utils::Sync::IFence::wait(int) changed"
+
 # An exported function the library does not have: the baseline names reset() pause().
 alter removed "/$reset/ { gsub(/reset/, \"pause\") } { print }"
 check removed 1 "1 Removed function" "NSCam::Utils::DurationTool::pause()"
@@ -58,5 +66,5 @@ alter added "/elf-symbol name='$reset'/ { next }
              { print }"
 check added 0 "1 Added function" "NSCam::Utils::DurationTool::reset()" "update the baseline"
 
-[[ $errors -eq 0 ]] && echo "abi check: grown and removed fail, added passes"
+[[ $errors -eq 0 ]] && echo "abi check: grown, moved and removed fail, added passes"
 [[ $errors -eq 0 ]]
