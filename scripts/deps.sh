@@ -28,6 +28,7 @@ else
         libpng-dev
         clang libclang-rt-dev
         mini-soong blueprint-tools dpkg-dev
+        abigail-tools
     )
 fi
 

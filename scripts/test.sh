@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test, one stage after another: the normal gcc build, the installed
-# package and Android.bp checks, a clang build, an AddressSanitizer + UBSan build, a
-# ThreadSanitizer build, the arm64 cross build under qemu-user, and the fuzz targets. Ends with each stage's time.
+# package and Android.bp checks, the ABI check, a clang build, an AddressSanitizer + UBSan
+# build, a ThreadSanitizer build, the arm64 cross build under qemu-user, and the fuzz targets.
+# Ends with each stage's time.
 # Extra arguments go to ctest (for example -R Format). ZORCAM_STAGES="test tsan" runs only the
 # stages named.
 set -euo pipefail
@@ -28,6 +29,12 @@ stage_test() {
 # checks Android.bp with the Soong tools (needs the test stage's build).
 stage_delivery() {
     "$root/scripts/check-delivery.sh" "$root/build/test"
+}
+
+# The binary interface of the release library, for x86_64 and arm64, against abi/
+# (scripts/abi.sh; see the README's Compatibility section).
+stage_abi() {
+    "$root/scripts/abi.sh"
 }
 
 # Everything built with clang as well (benchmarks included), so that its warnings fail the
@@ -92,7 +99,7 @@ stage_fuzz() {
 
 # Runs each stage in turn, stopping at the first that fails, and prints every stage's time at
 # the end, whether the run passed or not.
-stages=(${ZORCAM_STAGES:-test delivery clang asan tsan arm64 fuzz})
+stages=(${ZORCAM_STAGES:-test delivery abi clang asan tsan arm64 fuzz})
 ctest_args=("$@")
 summary=()
 print_summary() {

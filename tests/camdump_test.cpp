@@ -1,9 +1,9 @@
 #include "ChildProcess.h"
 #include "FdCount.h"
 #include "LogCapture.h"
-#include "LogMacros.h"
 #include "TempDir.h"
 
+#include <zorcam/utils/std/Log.h>
 #include <zorcam/utils/std/Misc.h>
 
 #include <android/hidl/allocator/1.0/IAllocator.h>
@@ -253,7 +253,7 @@ TEST_F(CamDumpTest, HostServiceWritesUnderItsRoot) {
 // The property-gated debug lines pass only above camera log level 2, which is read when the
 // library is loaded: this test runs itself again in a child at level 3.
 TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {
-    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+    if (!zorcam_testLog(nullptr, 'D')) {
         EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.DebugLinesAboveLevelTwo", 3));
         return;
     }

@@ -1,8 +1,8 @@
 #include <zorcam/utils/std/DurationTool.h>
+#include <zorcam/utils/std/Log.h>
 
 #include "ChildProcess.h"
 #include "LogCapture.h"
-#include "LogMacros.h"
 #include "VirtualClock.h"
 
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ protected:
 TEST_F(DurationToolTest, RateLines) {
     DurationTool meter("preview", 0);
     for (int i = 1; i <= 30; ++i) meter.update(i * 1000000000L / 30);
-    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+    if (!zorcam_testLog(nullptr, 'D')) {
         meter.showFps();
         expectNoLines();
         EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.RateLines", 3));

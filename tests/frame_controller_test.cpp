@@ -1,8 +1,8 @@
 #include <zorcam/utils/std/FrameController.h>
+#include <zorcam/utils/std/Log.h>
 
 #include "ChildProcess.h"
 #include "LogCapture.h"
-#include "LogMacros.h"
 #include "VirtualClock.h"
 
 #include <cutils/properties.h>
@@ -121,7 +121,7 @@ TEST_F(FrameControllerTest, MeasuresFiveFramesThenWaitsForOneAtMostTheAverage) {
     EXPECT_EQ(step(ts, ts + 12200000), Sleeps{15000});
     // 20 ms after the return, default settings: 33333333 - 20000000 - 250000 ns.
     EXPECT_EQ(step(ts + kFi, vclock::now() + 20 * kMs), Sleeps{13083});
-    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+    if (!zorcam_testLog(nullptr, 'D')) {
         EXPECT_EQ(debug, Lines{});
         EXPECT_TRUE(runWithCameraLogLevel("*MeasuresFiveFramesThenWaitsForOneAtMostTheAverage", 3));
         return;

@@ -11,9 +11,11 @@
 //
 // Objects are read-only after construction: any number of threads may stamp with one object.
 
+#include <zorcam/utils/std/Export.h>
+
 #include <string>
 
-class DebugDrawID {
+class ZORCAM_EXPORT DebugDrawID {
 public:
     /// new DebugDrawID(5, 200, 200, 10, 250, 20); release it with destroyInstance().
     static DebugDrawID* createInstance();

@@ -9,7 +9,9 @@
 // written, and nothing outside them ever is. The caller owns the buffer; nothing is kept.
 // One object belongs to one thread at a time; separate objects are independent.
 
-class DebugScanLine {
+#include <zorcam/utils/std/Export.h>
+
+class ZORCAM_EXPORT DebugScanLine {
 public:
     /// A new DebugScanLineImp with a frame count of 0; release it with destroyInstance().
     static DebugScanLine* createInstance();
@@ -23,7 +25,7 @@ public:
     virtual void drawScanLine(int width, int height, void* buffer, int size, int stride) = 0;
 };
 
-class DebugScanLineImp : public DebugScanLine {
+class ZORCAM_EXPORT DebugScanLineImp : public DebugScanLine {
 public:
     DebugScanLineImp();
     ~DebugScanLineImp() override;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zorcam/utils/std/Export.h>
+
 #include <utils/String8.h>
 
 #include <cstdint>
@@ -9,7 +11,7 @@ namespace Utils {
 
 /// Counts events (frames) over a period of the monotonic clock and logs the rate on request.
 /// Never resets or prints by itself. One thread at a time.
-class DurationTool {
+class ZORCAM_EXPORT DurationTool {
 public:
     /// Starts a period now (systemTime(SYSTEM_TIME_MONOTONIC)).
     explicit DurationTool(const char* name);

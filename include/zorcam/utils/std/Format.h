@@ -4,6 +4,8 @@
 // the catalogue of the 82 formats the camera pipeline exchanges, and queries by format id.
 // Everything here is read-only after the library is loaded and may be used from any thread.
 
+#include <zorcam/utils/std/Export.h>
+
 #include <utils/KeyedVector.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
@@ -17,7 +19,7 @@ namespace Utils {
 namespace Format {
 
 /// A format descriptor. Obtained from the registry (getMapper()); never created by callers.
-class IImgFmt : public android::RefBase {
+class ZORCAM_EXPORT IImgFmt : public android::RefBase {
 public:
     /// Short name ("NV21"), owned by the descriptor and valid while it lives.
     virtual char const* getName() const = 0;
@@ -38,7 +40,7 @@ public:
 };
 
 /// Holds a descriptor's constants; the leaf class of each format sets them once.
-class CBaseImgFmt : public IImgFmt {
+class ZORCAM_EXPORT CBaseImgFmt : public IImgFmt {
 public:
     char const* getName() const override;
     size_t getPlaneCount() const override;
@@ -58,21 +60,21 @@ protected:
 };
 
 /// Full-size rule: every plane is W x H.
-class CBaseImgFmt_1Plane : public CBaseImgFmt {
+class ZORCAM_EXPORT CBaseImgFmt_1Plane : public CBaseImgFmt {
 public:
     size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;
     size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override;
 };
 
 /// Full-size rule, for the warp-map formats.
-class CBaseImgFmt_WARP_3PLANE : public CBaseImgFmt {
+class ZORCAM_EXPORT CBaseImgFmt_WARP_3PLANE : public CBaseImgFmt {
 public:
     size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;
     size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override;
 };
 
 /// Full-size rule; buffer information of the UFO Bayer formats is not valid.
-class CBaseImgFmt_UFO_3Plane : public CBaseImgFmt {
+class ZORCAM_EXPORT CBaseImgFmt_UFO_3Plane : public CBaseImgFmt {
 public:
     size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;
     size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override;
@@ -81,14 +83,14 @@ public:
 
 /// 4:2:0 rule: chroma planes are half width and half height (rounded down).
 #define ZORCAM_IMG_FMT_YUV420_FAMILY(bits)                                                      \
-    class CBaseImgFmt_YUV420_2_3_Plane_##bits##Bits : public CBaseImgFmt {                      \
+    class ZORCAM_EXPORT CBaseImgFmt_YUV420_2_3_Plane_##bits##Bits : public CBaseImgFmt {        \
     public:                                                                                     \
         size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;   \
         size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override; \
     };
 /// 4:2:2 rule: chroma planes are half width (rounded down) and full height.
 #define ZORCAM_IMG_FMT_YUV422_FAMILY(bits)                                                      \
-    class CBaseImgFmt_YUV422_2_3_Plane_##bits##Bits : public CBaseImgFmt {                      \
+    class ZORCAM_EXPORT CBaseImgFmt_YUV422_2_3_Plane_##bits##Bits : public CBaseImgFmt {        \
     public:                                                                                     \
         size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;   \
         size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override; \
@@ -198,7 +200,7 @@ enum EImageFormat : int {
 
 // The leaf descriptor classes: a constructor that sets the row's constants, nothing else.
 #define ZORCAM_IMG_FMT_LEAF(name, id, desc, planes, imageBits, bits0, bits1, bits2, family) \
-    class CImgFmt##name : public CBaseImgFmt_##family {                                     \
+    class ZORCAM_EXPORT CImgFmt##name : public CBaseImgFmt_##family {                       \
     public:                                                                                 \
         CImgFmt##name();                                                                    \
     };
@@ -209,7 +211,7 @@ ZORCAM_IMG_FMT_CATALOGUE(ZORCAM_IMG_FMT_LEAF)
 using ImgFmtMap = android::DefaultKeyedVector<int, android::sp<IImgFmt>>;
 
 /// The one process-wide registry, built when the library is loaded and never changed.
-class MapMgr {
+class ZORCAM_EXPORT MapMgr {
 public:
     MapMgr();
     ~MapMgr();
@@ -221,27 +223,29 @@ private:
 };
 
 /// The registry; never null.
-MapMgr* getMapMgr();
+ZORCAM_EXPORT MapMgr* getMapMgr();
 
 /// A copy of the registry's map. It shares the registry's storage (no entry is copied) until
 /// the caller changes its copy; changes affect the copy only.
-ImgFmtMap getMapper();
+ZORCAM_EXPORT ImgFmtMap getMapper();
 
 /// Writes the whole registry to the log as warnings: the size, then one line per entry.
-void dumpMapInformation();
+ZORCAM_EXPORT void dumpMapInformation();
 
 // Queries by format id. An unregistered id is answered with the failure value (false, 0 or
 // "unknown") after the registry is dumped and "Unsupported Image Format" is logged. Plane
 // indexes are not range-checked. On a registered id none allocates (but the name's string).
 
-bool checkValidFormat(int imageFormat);
-std::string queryImageFormatName(int imageFormat);
-size_t queryPlaneCount(int imageFormat);
-size_t queryPlaneWidthInPixels(int imageFormat, size_t planeIndex, size_t widthInPixels);
-size_t queryPlaneHeightInPixels(int imageFormat, size_t planeIndex, size_t heightInPixels);
-int queryPlaneBitsPerPixel(int imageFormat, size_t planeIndex);
-int queryImageBitsPerPixel(int imageFormat);
-bool checkValidBufferInfo(int imageFormat);
+ZORCAM_EXPORT bool checkValidFormat(int imageFormat);
+ZORCAM_EXPORT std::string queryImageFormatName(int imageFormat);
+ZORCAM_EXPORT size_t queryPlaneCount(int imageFormat);
+ZORCAM_EXPORT size_t queryPlaneWidthInPixels(int imageFormat, size_t planeIndex,
+                                             size_t widthInPixels);
+ZORCAM_EXPORT size_t queryPlaneHeightInPixels(int imageFormat, size_t planeIndex,
+                                              size_t heightInPixels);
+ZORCAM_EXPORT int queryPlaneBitsPerPixel(int imageFormat, size_t planeIndex);
+ZORCAM_EXPORT int queryImageBitsPerPixel(int imageFormat);
+ZORCAM_EXPORT bool checkValidBufferInfo(int imageFormat);
 
 }  // namespace Format
 }  // namespace Utils

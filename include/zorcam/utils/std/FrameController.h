@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zorcam/utils/std/Export.h>
+
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 
@@ -14,7 +16,7 @@ namespace Utils {
 /// delay stays inside a band above a target. Tuned by the "debug.camera.fctrl.*" properties
 /// (read at construction) and the "debug.displaydelay.*" properties (read when pacing starts).
 /// One controller serves one stream; its calls must not overlap. Held through android::sp.
-class FrameController : public virtual android::RefBase {
+class ZORCAM_EXPORT FrameController : public virtual android::RefBase {
 public:
     explicit FrameController(android::String8 name);
     virtual ~FrameController();
@@ -29,9 +31,9 @@ public:
     virtual void bufferControl(long timestamp);
 
 private:
-    void measure(int64_t timestamp);
-    void waitForFastFrame(int64_t timestamp);
-    void pace(int64_t timestamp);
+    ZORCAM_HIDDEN void measure(int64_t timestamp);
+    ZORCAM_HIDDEN void waitForFastFrame(int64_t timestamp);
+    ZORCAM_HIDDEN void pace(int64_t timestamp);
 
     android::String8 mName;
     int32_t miLogLevel;

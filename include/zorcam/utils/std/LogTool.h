@@ -1,12 +1,14 @@
 #pragma once
 
+#include <zorcam/utils/std/Export.h>
+
 #include <ctime>
 #include <string>
 
 namespace NSCam {
 namespace Utils {
 
-class TimeTool {
+class ZORCAM_EXPORT TimeTool {
 public:
     /// The current time of day in UTC packed as the decimal digits HHMMSSmmm (for example
     /// 134507123 at 13:45:07.123). Any thread.
@@ -14,7 +16,7 @@ public:
 };
 
 /// Wall-clock time as log-style text. A stateless process-wide object; any thread.
-class LogTool {
+class ZORCAM_EXPORT LogTool {
 public:
     /// The one object of the process; never null.
     static LogTool* get();

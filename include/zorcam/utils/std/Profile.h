@@ -1,5 +1,7 @@
 #pragma once
 
+#include <zorcam/utils/std/Export.h>
+
 #include <cstdint>
 
 namespace NSCam {
@@ -9,7 +11,7 @@ namespace Utils {
 /// the milliseconds since construction and since the previous checkpoint (unified path, tag
 /// "ZorCam/Utils"). Times are kept as 32-bit microseconds, right for steps under ~35 minutes.
 /// The name pointers are kept, not copied: they must outlive the object. One thread at a time.
-class CamProfile {
+class ZORCAM_EXPORT CamProfile {
 public:
     CamProfile(const char* functionName, const char* className);
 
@@ -36,7 +38,7 @@ private:
 /// logger's switches say; 'E', 'W', 'I', 'V' and anything else (debug) go through a
 /// ULogPrinter under module id 0x40007001. tag and prefix are kept, not copied: they must
 /// outlive the object. One thread at a time.
-class CameraProfile {
+class ZORCAM_EXPORT CameraProfile {
 public:
     CameraProfile(const char* tag, const char* prefix);
 
@@ -53,7 +55,7 @@ public:
             __attribute__((format(printf, 4, 5)));
 
 private:
-    void printLine(char level, const char* line) const;
+    ZORCAM_HIDDEN void printLine(char level, const char* line) const;
 
     const char* mTag;
     const char* mPrefix;

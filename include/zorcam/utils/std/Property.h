@@ -6,6 +6,8 @@
 // kept as text and converted on every typed read. Every function may be called from any
 // thread; readers run together, writers exclude each other and all readers.
 
+#include <zorcam/utils/std/Export.h>
+
 #include <utils/String8.h>
 
 namespace NSCam {
@@ -13,31 +15,31 @@ namespace Utils {
 namespace Property {
 
 /// Removes every key.
-void clear();
+ZORCAM_EXPORT void clear();
 
 /// Adds key with value, or replaces the value of an existing key.
-void set(const android::String8& key, const android::String8& value);
+ZORCAM_EXPORT void set(const android::String8& key, const android::String8& value);
 
 /// True when key is present.
-bool hasKey(const android::String8& key);
+ZORCAM_EXPORT bool hasKey(const android::String8& key);
 
 /// True and the stored text in value when key is present; otherwise false, value untouched.
-bool tryGet(const android::String8& key, android::String8& value);
+ZORCAM_EXPORT bool tryGet(const android::String8& key, android::String8& value);
 
 // The typed readers use android::PropertyMap's conversions unchanged. A failed conversion
 // returns false, leaves value untouched and makes libutils log a warning under the tag
 // "PropertyMap"; an empty text fails without a warning.
 
 /// True when key is present and its text reads as an int (below); any non-zero number is true.
-bool tryGet(const android::String8& key, bool& value);
+ZORCAM_EXPORT bool tryGet(const android::String8& key, bool& value);
 
 /// True when key is present and its text is a whole decimal number (strtol base 10, leading
 /// blanks allowed). A number beyond the int range is not rejected: it wraps to 32 bits.
-bool tryGet(const android::String8& key, int& value);
+ZORCAM_EXPORT bool tryGet(const android::String8& key, int& value);
 
 /// True when key is present and its whole text is a floating-point number (strtof: decimal,
 /// hexadecimal, "inf" and "nan" accepted).
-bool tryGet(const android::String8& key, float& value);
+ZORCAM_EXPORT bool tryGet(const android::String8& key, float& value);
 
 }  // namespace Property
 }  // namespace Utils

@@ -2,13 +2,15 @@
 
 // Locking and scoped work for camera code that must not let an exception escape.
 
+#include <zorcam/utils/std/Export.h>
+
 #include <functional>
 #include <mutex>
 
 namespace NSCam {
 
 /// Static helpers of the camera job queue.
-struct JobQueueStatic {
+struct ZORCAM_EXPORT JobQueueStatic {
     /// Locks lk's mutex, blocking until it is free like std::mutex::lock; true when lk now owns
     /// it. When lk has no mutex, already owns it, or the lock fails, writes "lock mutex throws
     /// exception" to the Android log and returns false with lk unchanged. Never throws.
@@ -18,7 +20,7 @@ struct JobQueueStatic {
 /// Runs a piece of work when the scope that holds the worker ends. An exception derived from
 /// std::exception thrown by the work (an empty function included) is logged and swallowed; any
 /// other exception ends the process. Used by one thread, the one whose scope it guards.
-class ScopeWorker {
+class ZORCAM_EXPORT ScopeWorker {
 public:
     using WorkFunction = std::function<void(void*)>;
 

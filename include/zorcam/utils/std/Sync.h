@@ -4,6 +4,8 @@
 // on, merged, duplicated and asked for their signal time. Hold them through android::sp; a
 // fence may be shared by any number of threads, which may all wait on it at once.
 
+#include <zorcam/utils/std/Export.h>
+
 #include <utils/RefBase.h>
 
 #include <cstdint>
@@ -12,7 +14,7 @@ namespace NSCam {
 namespace Utils {
 namespace Sync {
 
-class IFence : public virtual android::RefBase {
+class ZORCAM_EXPORT IFence : public virtual android::RefBase {
 public:
     /// Builds a fence that takes over `fd` (no copy is made; the fence closes it). -1 gives a
     /// new invalid fence. The name is read from the sync file.
@@ -58,7 +60,7 @@ protected:
 };
 
 /// Software sync timelines are not available to the camera stack.
-class ITimeline : public virtual android::RefBase {
+class ZORCAM_EXPORT ITimeline : public virtual android::RefBase {
 public:
     /// Always logs an error and returns null.
     static android::sp<ITimeline> create(const char* name);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <zorcam/ulog/ULog.h>
+#include <zorcam/utils/std/Export.h>
 
 #include <utils/Printer.h>
 
@@ -13,7 +14,7 @@ namespace ULog {
 /// A line printer that writes to the Android log and the unified logger under a fixed module
 /// id, tag and details type, gated by the unified logger's switches like a unified-path
 /// message (the level test applies to errors too). Used by one thread at a time.
-class ULogPrinter : public android::Printer {
+class ZORCAM_EXPORT ULogPrinter : public android::Printer {
 public:
     /// tag and prefix must outlive the printer (the Android printer keeps the pointers);
     /// flag is LogPrinter's ignoreBlankLines.
@@ -27,7 +28,7 @@ public:
     void printFormatLine(const char* format, ...) override __attribute__((format(printf, 2, 3)));
 
 private:
-    bool pass() const;
+    ZORCAM_HIDDEN bool pass() const;
 
     DetailsType mDetailsType;
     uint32_t mModuleId;
