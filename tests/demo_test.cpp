@@ -1,26 +1,25 @@
 // zorcam-util demo, run as a user runs it: a short preview whose dumps, report and trace are
 // read back with real decoders and parsers.
 
-#include "StampReader.h"
-
-#include "TempDir.h"
-#include "ToolRun.h"
-
 #include <gtest/gtest.h>
 #include <libxml/HTMLparser.h>
 #include <libxml/parser.h>
 #include <libxml/xpath.h>
-#include <nlohmann/json.hpp>
 
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "StampReader.h"
+#include "TempDir.h"
+#include "ToolRun.h"
 
 namespace {
 
@@ -52,7 +51,7 @@ protected:
     static void SetUpTestSuite() {
         sDir = new zorcam_test::TempDir();
         sRun = new ToolRun(runTool("demo --seconds 2 --size 320x240 --dump-every 5 --out '" +
-                               sDir->path() + "'"));
+                                   sDir->path() + "'"));
     }
     static void TearDownTestSuite() {
         delete sRun;
@@ -159,8 +158,7 @@ TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
     EXPECT_EQ(sXmlErrors, 0) << "index.html";
     // Self-contained: every picture is inside the page, nothing is fetched.
     xmlXPathContextPtr xpath = xmlXPathNewContext(page);
-    xmlXPathObjectPtr refs =
-            xmlXPathEvalExpression(BAD_CAST "//@src | //@href", xpath);
+    xmlXPathObjectPtr refs = xmlXPathEvalExpression(BAD_CAST "//@src | //@href", xpath);
     ASSERT_NE(refs, nullptr);
     int images = 0;
     for (int i = 0; refs->nodesetval != nullptr && i < refs->nodesetval->nodeNr; ++i) {

@@ -1,14 +1,14 @@
 // zorcam-util view, run as a user runs it on raw pictures of known content.
 
-#include "TempDir.h"
-#include "ToolRun.h"
-
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
+
+#include "TempDir.h"
+#include "ToolRun.h"
 
 namespace {
 
@@ -20,17 +20,19 @@ using zorcam_test::ToolRun;
 
 void writeBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
     std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 class ViewTest : public ::testing::Test {
 protected:
     // Runs view on bytes; the picture when it succeeded.
-    ToolRun view(const std::vector<uint8_t>& bytes, const std::string& args, Rgb* picture = nullptr) {
+    ToolRun view(const std::vector<uint8_t>& bytes, const std::string& args,
+                 Rgb* picture = nullptr) {
         writeBytes(mInput, bytes);
         fs::remove(mOutput);
         ToolRun run = runTool("view '" + mInput.string() + "' " + args + " --out '" +
-                          mOutput.string() + "'");
+                              mOutput.string() + "'");
         if (picture != nullptr && run.status == 0) {
             EXPECT_TRUE(readPng(mOutput, picture));
         }
@@ -61,7 +63,7 @@ TEST_F(ViewTest, YuvChromaIsTakenFromTheRightPlaneAndOrder) {
     for (const char* layout : {"NV21", "NV12", "I420", "YV12"}) {
         Rgb picture;
         const ToolRun run = view(yuv420(layout, 16, 8, 81, 90, 240),
-                             std::string("--format ") + layout + " --size 16x8", &picture);
+                                 std::string("--format ") + layout + " --size 16x8", &picture);
         ASSERT_EQ(run.status, 0) << layout << ": " << run.output;
         const uint8_t* px = picture.at(7, 3);
         EXPECT_GT(px[0], 220) << layout;
@@ -137,11 +139,11 @@ TEST_F(ViewTest, BayerDemosaicRestoresFlatColoursAndRamps) {
     auto flat = [](int, int, int colour) { return colour == 0 ? 200 : colour == 1 ? 100 : 50; };
     // A ramp across: bilinear interpolation reproduces it exactly away from the edges.
     auto ramp = [](int x, int, int colour) { return 20 * x + 10 * colour; };
-    for (const char* format : {"BAYER8", "BAYER10_UNPAK", "BAYER12_UNPAK", "BAYER14_UNPAK",
-                               "BAYER10_MIPI"}) {
+    for (const char* format :
+         {"BAYER8", "BAYER10_UNPAK", "BAYER12_UNPAK", "BAYER14_UNPAK", "BAYER10_MIPI"}) {
         Rgb picture;
         ToolRun run = view(mosaic(format, w, h, flat),
-                       std::string("--format ") + format + " --size 8x6", &picture);
+                           std::string("--format ") + format + " --size 8x6", &picture);
         ASSERT_EQ(run.status, 0) << format << ": " << run.output;
         for (int y = 1; y < h - 1; ++y)
             for (int x = 1; x < w - 1; ++x) {
@@ -170,7 +172,12 @@ TEST_F(ViewTest, BadInputIsRefusedWithoutAPicture) {
     } cases[] = {
             {"short file", std::vector<uint8_t>(nv21_16x8.begin(), nv21_16x8.end() - 1),
              "--format NV21 --size 16x8", "too short"},
-            {"long file", [&] { auto b = nv21_16x8; b.push_back(0); return b; }(),
+            {"long file",
+             [&] {
+                 auto b = nv21_16x8;
+                 b.push_back(0);
+                 return b;
+             }(),
              "--format NV21 --size 16x8", "too long"},
             {"unknown format", nv21_16x8, "--format NV99 --size 16x8", "unknown format"},
             {"zero width", nv21_16x8, "--format NV21 --size 0x8", "bad --size"},

@@ -4,7 +4,6 @@
 // and reads back the PNG files it writes.
 
 #include <png.h>
-
 #include <sys/wait.h>
 
 #include <cstdint>
@@ -21,8 +20,8 @@ struct ToolRun {
 };
 
 inline ToolRun runTool(const std::string& args) {
-    const std::string cmd = std::string(ZORCAM_TEST_EMULATOR " '") + ZORCAM_UTIL + "' " + args +
-                            " 2>&1";
+    const std::string cmd =
+            std::string(ZORCAM_TEST_EMULATOR " '") + ZORCAM_UTIL + "' " + args + " 2>&1";
     ToolRun run;
     FILE* pipe = popen(cmd.c_str(), "r");
     if (pipe == nullptr) return run;
@@ -36,7 +35,9 @@ inline ToolRun runTool(const std::string& args) {
 struct Rgb {
     int width = 0, height = 0;
     std::vector<uint8_t> pixels;  // RGB, packed
-    const uint8_t* at(int x, int y) const { return &pixels[(static_cast<size_t>(y) * width + x) * 3]; }
+    const uint8_t* at(int x, int y) const {
+        return &pixels[(static_cast<size_t>(y) * width + x) * 3];
+    }
 };
 
 inline bool readPng(const std::string& path, Rgb* out) {

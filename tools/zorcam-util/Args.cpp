@@ -1,11 +1,12 @@
 #include "Args.h"
 
+#include <strings.h>
+
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <system_error>
-#include <cstdlib>
-#include <strings.h>
 
 namespace zorcam_util {
 

@@ -69,8 +69,8 @@ struct DemoResult {
 
 /// What the report found in the dumps.
 struct ReportSummary {
-    int decoded = 0;    // dumps turned back into pictures
-    int idMatched = 0;  // of those, the stamp read back equal to the frame number
+    int decoded = 0;                 // dumps turned back into pictures
+    int idMatched = 0;               // of those, the stamp read back equal to the frame number
     std::vector<std::string> files;  // written, relative to the report directory
 };
 

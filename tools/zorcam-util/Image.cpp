@@ -1,7 +1,6 @@
 #include "Image.h"
 
 #include <png.h>
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -52,8 +51,7 @@ std::string encodePng(const Picture& picture) {
     png_image image = makeImage(picture.width, picture.height, picture.channels);
     png_alloc_size_t size = 0;
     const int stride = picture.width * picture.channels;
-    if (!png_image_write_get_memory_size(image, size, 0, picture.pixels.data(), stride,
-                                         nullptr)) {
+    if (!png_image_write_get_memory_size(image, size, 0, picture.pixels.data(), stride, nullptr)) {
         png_image_free(&image);
         return {};
     }
@@ -70,10 +68,9 @@ std::string encodePng(const Picture& picture) {
 
 Picture thumbnail(const Picture& picture, int maxEdge) {
     const int longer = std::max(picture.width, picture.height);
-    const int w = longer <= maxEdge ? picture.width
-                                    : std::max(1, picture.width * maxEdge / longer);
-    const int h = longer <= maxEdge ? picture.height
-                                    : std::max(1, picture.height * maxEdge / longer);
+    const int w = longer <= maxEdge ? picture.width : std::max(1, picture.width * maxEdge / longer);
+    const int h =
+            longer <= maxEdge ? picture.height : std::max(1, picture.height * maxEdge / longer);
     Picture t{w, h, picture.channels, {}};
     t.pixels.resize(static_cast<size_t>(w) * h * t.channels);
     for (int y = 0; y < h; ++y) {

@@ -84,7 +84,8 @@ bool decodeYuv(const YuvEntry& e, const uint8_t* data, const std::vector<PlaneLa
         srcStride[1] = static_cast<int>(planes[1].stride);
         if (e.swapPairs) {
             swapped.assign(src[1], src[1] + planes[1].stride * planes[1].rows);
-            for (size_t i = 0; i + 1 < swapped.size(); i += 2) std::swap(swapped[i], swapped[i + 1]);
+            for (size_t i = 0; i + 1 < swapped.size(); i += 2)
+                std::swap(swapped[i], swapped[i + 1]);
             src[1] = swapped.data();
         }
     } else if (planes.size() == 3) {
@@ -127,8 +128,7 @@ void unpackRow(const BayerEntry& e, const uint8_t* row, int width, uint8_t* out)
 
 // The colour (0 R, 1 G, 2 B) of the filter over pixel (x, y).
 int filterColour(BayerOrder order, int x, int y) {
-    static const int kColours[4][4] = {
-            {0, 1, 1, 2}, {1, 0, 2, 1}, {1, 2, 0, 1}, {2, 1, 1, 0}};
+    static const int kColours[4][4] = {{0, 1, 1, 2}, {1, 0, 2, 1}, {1, 2, 0, 1}, {2, 1, 1, 0}};
     return kColours[static_cast<int>(order)][(y & 1) * 2 + (x & 1)];
 }
 
@@ -185,15 +185,16 @@ bool rawLayout(int format, uint64_t width, uint64_t height, uint64_t stride,
     const uint64_t packed0 = (bits0 + 7) / 8;
     if (stride != 0 && stride < packed0) {
         char text[128];
-        snprintf(text, sizeof(text), "stride %" PRIu64 " is under the %" PRIu64
-                 " bytes of one row", stride, packed0);
+        snprintf(text, sizeof(text), "stride %" PRIu64 " is under the %" PRIu64 " bytes of one row",
+                 stride, packed0);
         *error = text;
         return false;
     }
     for (size_t p = 0; p < fmt.getPlaneCount(); ++p) {
         const uint64_t bits = fmt.getPlaneWidthInPixels(p, width) * fmt.getPlaneBitsPerPixel(p);
         const uint64_t packed = (bits + 7) / 8;
-        const uint64_t pitch = stride == 0 || bits0 == 0 ? packed : (stride * bits + bits0 - 1) / bits0;
+        const uint64_t pitch =
+                stride == 0 || bits0 == 0 ? packed : (stride * bits + bits0 - 1) / bits0;
         const uint64_t rows = fmt.getPlaneHeightInPixels(p, height);
         planes->push_back({offset, pitch, rows});
         offset += pitch * rows;
@@ -214,9 +215,9 @@ bool decodeRaw(const uint8_t* data, uint64_t size, int format, int width, int he
     const std::string name = Fmt::queryImageFormatName(format);
     if (size != total) {
         char text[256];
-        snprintf(text, sizeof(text), "%s %dx%d needs %" PRIu64 " bytes, the data has %" PRIu64
-                 " (%s)", name.c_str(), width, height, total, size,
-                 size < total ? "too short" : "too long");
+        snprintf(text, sizeof(text),
+                 "%s %dx%d needs %" PRIu64 " bytes, the data has %" PRIu64 " (%s)", name.c_str(),
+                 width, height, total, size, size < total ? "too short" : "too long");
         *error = text;
         return false;
     }

@@ -3,11 +3,11 @@
 // Raw camera buffers (as dumped) turned into pictures, with the plane geometry of the
 // image-format registry.
 
-#include "Image.h"
-
 #include <cstdint>
 #include <string>
 #include <vector>
+
+#include "Image.h"
 
 namespace zorcam_util {
 

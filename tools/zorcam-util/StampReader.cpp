@@ -46,8 +46,7 @@ long readStamp(const uint8_t* plane, size_t stride, size_t rows, size_t pixelSte
                const StampGeometry& g) {
     const size_t boxW = static_cast<size_t>(kCells) * g.size * g.digits;
     const size_t boxH = static_cast<size_t>(kCells) * g.size;
-    if (g.digits == 0 || g.size == 0 || g.y + boxH > rows ||
-        (g.x + boxW) * pixelStep > stride) {
+    if (g.digits == 0 || g.size == 0 || g.y + boxH > rows || (g.x + boxW) * pixelStep > stride) {
         return -1;
     }
     const int threshold = (g.bg + g.fg) / 2;
@@ -58,7 +57,8 @@ long readStamp(const uint8_t* plane, size_t stride, size_t rows, size_t pixelSte
         for (unsigned cy = 0; cy < kCells; ++cy) {
             for (unsigned cx = 0; cx < kCells; ++cx) {
                 const size_t row = g.y + cy * g.size + g.size / 2;
-                const size_t col = g.x + (static_cast<size_t>(d) * kCells + cx) * g.size + g.size / 2;
+                const size_t col =
+                        g.x + (static_cast<size_t>(d) * kCells + cx) * g.size + g.size / 2;
                 const int v = plane[row * stride + col * pixelStep];
                 seen[cy * kCells + cx] = fgAbove ? v > threshold : v < threshold;
             }

@@ -22,6 +22,8 @@ void axis(std::ostream& out, int y0, const std::string& title, double yMax) {
         << "\" y2=\"" << y0 + kPlotH << "\" stroke=\"black\"/>\n";
     out << "<text x=\"" << kLeft - 5 << "\" y=\"" << y0 + 10 << "\" text-anchor=\"end\">"
         << number(yMax) << "</text>\n";
+    out << "<text x=\"" << kLeft - 5 << "\" y=\"" << y0 + kPlotH
+        << "\" text-anchor=\"end\">0</text>\n";
 }
 
 void xLabel(std::ostream& out, int y0, double x, double value) {
@@ -35,12 +37,23 @@ std::string xmlEscape(const std::string& text) {
     std::string out;
     for (char c : text) {
         switch (c) {
-            case '&': out += "&amp;"; break;
-            case '<': out += "&lt;"; break;
-            case '>': out += "&gt;"; break;
-            case '"': out += "&quot;"; break;
-            case '\'': out += "&#39;"; break;
-            default: out += c;
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            case '\'':
+                out += "&#39;";
+                break;
+            default:
+                out += c;
         }
     }
     return out;
@@ -57,8 +70,7 @@ void svgEnd(std::ostream& out) {
 }
 
 void svgHistogram(std::ostream& out, int panel, const std::string& title,
-                  const std::vector<double>& values, double centre, double binWidth,
-                  double span) {
+                  const std::vector<double>& values, double centre, double binWidth, double span) {
     const int bins = std::max(1, static_cast<int>(std::lround(2 * span / binWidth)));
     std::vector<int> counts(bins, 0);
     for (double v : values) {
@@ -104,7 +116,8 @@ void svgSeries(std::ostream& out, int panel, const std::string& title, const std
         for (size_t i = 0; i < n; ++i) out << px(x[i]) << ',' << py(y[i]) << ' ';
         out << "\"/>\n";
     }
-    for (int t = 0; t <= 4; ++t) xLabel(out, y0, kLeft + t / 4.0 * kPlotW, xMin + t * (xMax - xMin) / 4);
+    for (int t = 0; t <= 4; ++t)
+        xLabel(out, y0, kLeft + t / 4.0 * kPlotW, xMin + t * (xMax - xMin) / 4);
 }
 
 }  // namespace zorcam_util

@@ -24,8 +24,7 @@ void svgEnd(std::ostream& out);
 /// Histogram of values in bins of binWidth over centre +- span; values outside pile into the
 /// end bins. Panel number `panel` (0 at the top).
 void svgHistogram(std::ostream& out, int panel, const std::string& title,
-                  const std::vector<double>& values, double centre, double binWidth,
-                  double span);
+                  const std::vector<double>& values, double centre, double binWidth, double span);
 
 /// Points (x[i], y[i]) joined by a line, with a dashed reference line at yRef unless it is NaN.
 void svgSeries(std::ostream& out, int panel, const std::string& title, const std::vector<double>& x,

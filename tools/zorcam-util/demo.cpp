@@ -4,14 +4,18 @@
 // frame's fences, draws the debug overlays, paces the frame out, and dumps every Kth one
 // through the camera-dump service. The run ends with a summary table and a report.
 
-#include "Args.h"
-#include "Clock.h"
-#include "Command.h"
 #include "Demo.h"
-#include "RawImage.h"
-#include "StampReader.h"
-#include "Stats.h"
 
+#include <android/hidl/allocator/1.0/IAllocator.h>
+#include <android/sw_sync.h>
+#include <android/sync.h>
+#include <cutils/native_handle.h>
+#include <cutils/properties.h>
+#include <hidl/HostServiceRegistry.h>
+#include <hidlmemory/mapping.h>
+#include <pthread.h>
+#include <unistd.h>
+#include <vendor/velmora/hardware/camera/camdump/1.0/HostCamDump.h>
 #include <zorcam/utils/std/DebugDrawID.h>
 #include <zorcam/utils/std/DebugScanLine.h>
 #include <zorcam/utils/std/DurationTool.h>
@@ -22,18 +26,6 @@
 #include <zorcam/utils/std/Property.h>
 #include <zorcam/utils/std/Sync.h>
 #include <zorcam/utils/std/ULogPrinter.h>
-
-#include <android/hidl/allocator/1.0/IAllocator.h>
-#include <android/sw_sync.h>
-#include <android/sync.h>
-#include <cutils/native_handle.h>
-#include <cutils/properties.h>
-#include <hidl/HostServiceRegistry.h>
-#include <hidlmemory/mapping.h>
-#include <vendor/velmora/hardware/camera/camdump/1.0/HostCamDump.h>
-
-#include <pthread.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -49,6 +41,13 @@
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "Args.h"
+#include "Clock.h"
+#include "Command.h"
+#include "RawImage.h"
+#include "StampReader.h"
+#include "Stats.h"
 
 namespace zorcam_util {
 
@@ -76,8 +75,8 @@ constexpr const char* kPropShown = "demo.display.shown";
 constexpr const char* kPropMade = "demo.sensor.made";
 
 enum Stage { kFill, kProcess, kFenceWait, kOverlay, kPace, kDump, kEndToEnd, kStageCount };
-const char* const kStageNames[kStageCount] = {"sensor fill",    "processing", "fence wait",
-                                              "overlays",       "pace hold",  "dump",
+const char* const kStageNames[kStageCount] = {"sensor fill",   "processing", "fence wait",
+                                              "overlays",      "pace hold",  "dump",
                                               "capture to out"};
 
 // Entries of /proc/self/fd, less the one the listing itself holds open.
@@ -291,8 +290,8 @@ void Pipeline::fillScene(uint8_t* data, uint32_t number) const {
             uint8_t* row = data + plane.offset + y * plane.stride;
             for (uint64_t x = 0; x < plane.stride; ++x)
                 row[x] = static_cast<uint8_t>(
-                        128 + static_cast<int>(((x >> 3) + (x & 1 ? y : 2 * number) + p * 40) % 96) -
-                        48);
+                        128 +
+                        static_cast<int>(((x >> 3) + (x & 1 ? y : 2 * number) + p * 40) % 96) - 48);
         }
     }
 }
@@ -303,8 +302,8 @@ void Pipeline::sensor() {
     ULogPrinter log(kLibraryModule, kTag, NSCam::Utils::ULog::DETAILS_WARNING);
     const int64_t interval = static_cast<int64_t>(std::llround(1e9 / mOptions.fps));
     std::mt19937 rng(1);
-    std::uniform_int_distribution<int64_t> jitter(0,
-                                                  static_cast<int64_t>(mOptions.jitterMs * kNsPerMs));
+    std::uniform_int_distribution<int64_t> jitter(
+            0, static_cast<int64_t>(mOptions.jitterMs * kNsPerMs));
     uint32_t admitted = 0;
     for (int64_t n = 0; n < mFramesPlanned; ++n) {
         const int64_t due = mStart + n * interval;
@@ -384,7 +383,8 @@ void Pipeline::display() {
             // A newer frame is ready: this one would only add to the delay.
             const int64_t t = now();
             ++mDroppedAtDisplay;
-            log.printFormatLine("frame %u dropped: %zu newer frames waiting", frame.number, waiting);
+            log.printFormatLine("frame %u dropped: %zu newer frames waiting", frame.number,
+                                waiting);
             mDisplayLog.event("drop: late", t, t, frame.number);
             std::lock_guard<std::mutex> lock(mFreeLock);
             mFree.push_back(frame.buffer);
@@ -431,8 +431,7 @@ void Pipeline::display() {
 
         if (dumpEvery > 0 && shown % dumpEvery == 0) {
             char name[96];
-            snprintf(name, sizeof(name), "%s/frame_%06u%s", kDumpDir, frame.number,
-                     suffix.c_str());
+            snprintf(name, sizeof(name), "%s/frame_%06u%s", kDumpDir, frame.number, suffix.c_str());
             if (NSCam::Utils::saveBufToSDFile(name, buffer->data,
                                               static_cast<unsigned>(mBufferSize))) {
                 mDumps.push_back({frame.number, mOptions.out + name});
@@ -484,9 +483,9 @@ void Pipeline::progress() {
 void Pipeline::run() {
     mFramesPlanned = std::max<int64_t>(1, std::llround(mOptions.fps * mOptions.seconds));
     const int64_t interval = static_cast<int64_t>(std::llround(1e9 / mOptions.fps));
-    Property::set(String8(kPropProcessUs),
-                  String8(std::to_string(std::min<int64_t>(interval / 3, 8 * kNsPerMs) / 1000)
-                                  .c_str()));
+    Property::set(
+            String8(kPropProcessUs),
+            String8(std::to_string(std::min<int64_t>(interval / 3, 8 * kNsPerMs) / 1000).c_str()));
     Property::set(String8(kPropDumpEvery), String8(std::to_string(mOptions.dumpEvery).c_str()));
     Property::set(String8(kPropShown), String8("0"));
     Property::set(String8(kPropMade), String8("0"));
@@ -571,7 +570,8 @@ bool parseOptions(const std::vector<std::string>& args, DemoOptions* o, std::str
     const int luma8[] = {Fmt::eImgFmt_NV21, Fmt::eImgFmt_NV12, Fmt::eImgFmt_YV12,
                          Fmt::eImgFmt_I420, Fmt::eImgFmt_NV16, Fmt::eImgFmt_NV61,
                          Fmt::eImgFmt_YV16, Fmt::eImgFmt_I422, Fmt::eImgFmt_Y8};
-    if (fmt == nullptr || std::find(std::begin(luma8), std::end(luma8), o->format) == std::end(luma8)) {
+    if (fmt == nullptr ||
+        std::find(std::begin(luma8), std::end(luma8), o->format) == std::end(luma8)) {
         *error = "format '" + o->formatName +
                  "' is not one the demo draws (NV21, NV12, YV12, I420, NV16, NV61, YV16, I422, Y8)";
         return false;
@@ -585,8 +585,8 @@ bool parseOptions(const std::vector<std::string>& args, DemoOptions* o, std::str
 void configureStamp(const DemoOptions& o) {
     const StampGeometry g = stampGeometryFor(o.width, o.height, kStampDigits);
     const std::pair<const char*, unsigned> props[] = {
-            {"debug.cam.drawid", 1},          {"debug.cam.drawid.digit", g.digits},
-            {"debug.cam.drawid.x", g.x},      {"debug.cam.drawid.y", g.y},
+            {"debug.cam.drawid", 1},           {"debug.cam.drawid.digit", g.digits},
+            {"debug.cam.drawid.x", g.x},       {"debug.cam.drawid.y", g.y},
             {"debug.cam.drawid.size", g.size}, {"debug.cam.drawid.bg", g.bg},
             {"debug.cam.drawid.fg", g.fg}};
     for (const auto& [key, value] : props) property_set(key, std::to_string(value).c_str());
@@ -602,9 +602,7 @@ void printSummary(const DemoOptions& o, const DemoResult& r, const ReportSummary
         std::sort(e.begin(), e.end());
         return e;
     }();
-    const double span = r.releases.size() > 1
-                                ? (r.releases.back() - r.releases.front()) / 1e9
-                                : 0;
+    const double span = r.releases.size() > 1 ? (r.releases.back() - r.releases.front()) / 1e9 : 0;
     const double fps = span > 0 ? (r.releases.size() - 1) / span : 0;
     printf("\n%s %dx%d at %.3g fps for %.3g s: %d buffers, dump every %d, jitter 0-%.3g ms\n",
            o.formatName.c_str(), o.width, o.height, o.fps, o.seconds, o.buffers, o.dumpEvery,
@@ -627,8 +625,8 @@ void printSummary(const DemoOptions& o, const DemoResult& r, const ReportSummary
     }
     printf("%-28s %zu (frame ID read back from %d of %d decoded)\n", "dumps written",
            r.dumps.size(), report.idMatched, report.decoded);
-    printf("%-28s %lld made, %lld merged\n", "fences",
-           static_cast<long long>(r.fencesMade), static_cast<long long>(r.fencesMerged));
+    printf("%-28s %lld made, %lld merged\n", "fences", static_cast<long long>(r.fencesMade),
+           static_cast<long long>(r.fencesMerged));
     printf("%-28s %d before, %d after\n", "descriptors open", r.descriptorsBefore,
            r.descriptorsAfter);
 }

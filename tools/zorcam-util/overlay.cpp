@@ -133,8 +133,8 @@ int run(const std::vector<std::string>& args) {
         thumbs.push_back(zorcam_util::thumbnail(frame, std::max(1, std::max(w, h) / kSheetScale)));
     }
     const std::string sheetPath = (std::filesystem::path(o.out) / "contact_sheet.png").string();
-    if (!zorcam_util::writePng(sheetPath, zorcam_util::contactSheet(thumbs, kSheetColumns, kSheetGap),
-                               &error)) {
+    const Picture sheet = zorcam_util::contactSheet(thumbs, kSheetColumns, kSheetGap);
+    if (!zorcam_util::writePng(sheetPath, sheet, &error)) {
         fprintf(stderr, "zorcam-util overlay: %s\n", error.c_str());
         return 1;
     }

@@ -2,16 +2,9 @@
 // pacing charts, the stage table and the counts in one self-contained page, beside a trace of
 // every pipeline thread in the Trace Event format.
 
-#include "Demo.h"
-#include "RawImage.h"
-#include "StampReader.h"
-#include "Stats.h"
-#include "Svg.h"
-
-#include <zorcam/utils/std/Misc.h>
-
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zorcam/utils/std/Misc.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -19,6 +12,12 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+
+#include "Demo.h"
+#include "RawImage.h"
+#include "StampReader.h"
+#include "Stats.h"
+#include "Svg.h"
 
 namespace zorcam_util {
 
@@ -39,8 +38,7 @@ std::string base64(const std::string& bytes) {
         uint32_t v = 0;
         for (size_t k = 0; k < 3; ++k)
             v = v << 8 | (k < n ? static_cast<uint8_t>(bytes[i + k]) : 0);
-        for (size_t k = 0; k < 4; ++k)
-            out += k <= n ? kAlphabet[(v >> (18 - 6 * k)) & 63] : '=';
+        for (size_t k = 0; k < 4; ++k) out += k <= n ? kAlphabet[(v >> (18 - 6 * k)) & 63] : '=';
     }
     return out;
 }
@@ -101,8 +99,8 @@ std::string traceJson(const DemoResult& r) {
     std::ostringstream out;
     const int pid = getpid();
     out << "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
-    out << "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":" << pid
-        << ",\"tid\":" << pid << ",\"args\":{\"name\":\"zorcam-util demo\"}}";
+    out << "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":" << pid << ",\"tid\":" << pid
+        << ",\"args\":{\"name\":\"zorcam-util demo\"}}";
     char number[64];
     for (const ThreadTrace& t : r.threads) {
         out << ",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":" << pid << ",\"tid\":" << t.tid
@@ -111,7 +109,8 @@ std::string traceJson(const DemoResult& r) {
             // Microseconds from the start of the run, with the nanoseconds kept as decimals.
             snprintf(number, sizeof(number), "%.3f", (e.start - r.start) / 1e3);
             out << ",\n{\"name\":\"" << e.name << "\",\"cat\":\"" << t.name
-                << "\",\"ph\":\"X\",\"pid\":" << pid << ",\"tid\":" << t.tid << ",\"ts\":" << number;
+                << "\",\"ph\":\"X\",\"pid\":" << pid << ",\"tid\":" << t.tid
+                << ",\"ts\":" << number;
             snprintf(number, sizeof(number), "%.3f", e.duration / 1e3);
             out << ",\"dur\":" << number << ",\"args\":{";
             if (e.frame >= 0) out << "\"frame\":" << e.frame;
@@ -190,8 +189,9 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
     std::vector<double> errors = intervalErrorsMs(r, o.fps);
     std::sort(errors.begin(), errors.end());
     char title[200];
-    snprintf(title, sizeof(title), "display intervals (ms), frame interval %.3f ms, p99 |error| %.3f ms",
-             intervalMs, percentile(errors, 99));
+    snprintf(title, sizeof(title),
+             "display intervals (ms), frame interval %.3f ms, p99 |error| %.3f ms", intervalMs,
+             percentile(errors, 99));
     const std::string histogram = svgDocument(1, [&](std::ostream& out) {
         svgHistogram(out, 0, title, intervals, intervalMs, 0.25, 8);
     });
@@ -212,8 +212,8 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
         }
     }
     const std::string fpsChart = svgDocument(1, [&](std::ostream& out) {
-        svgSeries(out, 0, "frames shown per second, over 0.5 s windows, over the run (s)",
-                  fpsTimes, fpsValues, o.fps);
+        svgSeries(out, 0, "frames shown per second, over 0.5 s windows, over the run (s)", fpsTimes,
+                  fpsValues, o.fps);
     });
     const std::pair<const char*, const std::string*> charts[] = {
             {"pacing_histogram.svg", &histogram},
@@ -230,9 +230,9 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
     std::ostringstream html;
     html << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
          << "<title>zorcam-util demo report</title>\n<style>" << kStyle << "</style>\n"
-         << "</head>\n<body>\n<h1>zorcam-util demo</h1>\n<p>"
-         << xmlEscape(o.formatName) << " " << o.width << "x" << o.height << " at " << o.fps
-         << " fps for " << o.seconds << " s, " << o.buffers << " buffers, every " << o.dumpEvery
+         << "</head>\n<body>\n<h1>zorcam-util demo</h1>\n<p>" << xmlEscape(o.formatName) << " "
+         << o.width << "x" << o.height << " at " << o.fps << " fps for " << o.seconds << " s, "
+         << o.buffers << " buffers, every " << o.dumpEvery
          << "th shown frame dumped, capture jitter 0-" << o.jitterMs << " ms.</p>\n";
     const double span = r.releases.size() > 1 ? (r.releases.back() - r.releases.front()) / 1e9 : 0;
     const std::pair<const char*, std::string> counts[] = {
@@ -246,15 +246,16 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
             {"frame-interval error p50 (ms)", std::to_string(percentile(errors, 50))},
             {"frame-interval error p99 (ms)", std::to_string(percentile(errors, 99))},
             {"dumps written", std::to_string(r.dumps.size())},
-            {"frame IDs read back", std::to_string(summary->idMatched) + " of " +
-                                            std::to_string(r.dumps.size())},
+            {"frame IDs read back",
+             std::to_string(summary->idMatched) + " of " + std::to_string(r.dumps.size())},
             {"fences made / merged",
              std::to_string(r.fencesMade) + " / " + std::to_string(r.fencesMerged)},
             {"descriptors open before / after",
              std::to_string(r.descriptorsBefore) + " / " + std::to_string(r.descriptorsAfter)}};
     html << "<h2>Counts</h2>\n<table>\n";
     for (const auto& [label, value] : counts)
-        html << "<tr><th class=\"l\">" << label << "</th><td>" << xmlEscape(value) << "</td></tr>\n";
+        html << "<tr><th class=\"l\">" << label << "</th><td>" << xmlEscape(value)
+             << "</td></tr>\n";
     html << "</table>\n<h2>Stages</h2>\n<table>\n<tr><th class=\"l\">stage</th><th>frames</th>"
          << "<th>p50 ms</th><th>p99 ms</th><th>max ms</th><th>CPU ms per frame</th></tr>\n";
     for (const StageTimes& s : r.stages) {

@@ -1,20 +1,19 @@
 // zorcam-util view: turns a raw buffer dump into a PNG, with the plane geometry of the
 // image-format registry.
 
-#include "Args.h"
-#include "Command.h"
-#include "RawImage.h"
-
+#include <sys/stat.h>
 #include <zorcam/utils/std/Format.h>
 #include <zorcam/utils/std/Misc.h>
-
-#include <sys/stat.h>
 
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
 #include <string>
 #include <vector>
+
+#include "Args.h"
+#include "Command.h"
+#include "RawImage.h"
 
 namespace zorcam_util {
 
@@ -79,14 +78,13 @@ int run(const std::vector<std::string>& args) {
     std::string error;
     if (!rawLayout(format, width, height, stride, &planes, &total, &error)) return fail(error);
     struct stat st;
-    if (stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode))
-        return fail("cannot read " + file);
+    if (stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return fail("cannot read " + file);
     const uint64_t fileSize = static_cast<uint64_t>(st.st_size);
     if (fileSize != total) {
         char text[256];
         snprintf(text, sizeof(text),
-                 "%s is %" PRIu64 " bytes, %s %" PRIu64 "x%" PRIu64 " needs %" PRIu64
-                 " (file %s)", file.c_str(), fileSize, fmt->getName(), width, height, total,
+                 "%s is %" PRIu64 " bytes, %s %" PRIu64 "x%" PRIu64 " needs %" PRIu64 " (file %s)",
+                 file.c_str(), fileSize, fmt->getName(), width, height, total,
                  fileSize < total ? "too short" : "too long");
         return fail(text);
     }
