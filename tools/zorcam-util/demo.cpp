@@ -654,12 +654,13 @@ int run(const std::vector<std::string>& args) {
         sp<HostCamDump> service = new HostCamDump(o.out);
         service->registerAsService("internal/0");
         Pipeline pipeline(o, &result);
-        if (!pipeline.allocate(&error)) {
+        const bool allocated = pipeline.allocate(&error);
+        if (allocated) pipeline.run();
+        android::hardware::host::unregisterService(HostCamDump::descriptor, "internal/0");
+        if (!allocated) {
             fprintf(stderr, "zorcam-util demo: %s\n", error.c_str());
             return 1;
         }
-        pipeline.run();
-        android::hardware::host::unregisterService(HostCamDump::descriptor, "internal/0");
     }
     settleFences();
     ReportSummary report;
