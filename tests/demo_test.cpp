@@ -156,6 +156,14 @@ TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
     htmlDocPtr page = htmlReadFile((dir() / "index.html").c_str(), "utf-8", HTML_PARSE_NONET);
     ASSERT_NE(page, nullptr);
     EXPECT_EQ(sXmlErrors, 0) << "index.html";
+    // The page's counts are the summary's.
+    const std::string text = readText(dir() / "index.html");
+    const std::regex fdRow("descriptors open before / after</th><td>([0-9]+) / ([0-9]+)<");
+    std::smatch m;
+    ASSERT_TRUE(std::regex_search(text, m, fdRow));
+    EXPECT_EQ(m[1], m[2]);
+    EXPECT_NE(text.find("frames shown</th><td>" + std::to_string(summary("frames shown")) + "<"),
+              std::string::npos);
     // Self-contained: every picture is inside the page, nothing is fetched.
     xmlXPathContextPtr xpath = xmlXPathNewContext(page);
     xmlXPathObjectPtr refs = xmlXPathEvalExpression(BAD_CAST "//@src | //@href", xpath);

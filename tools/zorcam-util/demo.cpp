@@ -664,8 +664,9 @@ int run(const std::vector<std::string>& args) {
     }
     settleFences();
     ReportSummary report;
-    const bool reported = writeDemoReport(o, result, &report, &error);
+    // Counted once the pipeline is gone, so that the report can show it too.
     result.descriptorsAfter = openDescriptors();
+    const bool reported = writeDemoReport(o, result, &report, &error);
     printSummary(o, result, report);
     log.printLine("demo: done");
     if (!reported) {
