@@ -2,6 +2,8 @@
 //   SaveBufToFile vs PlainWriteLoop: the same bytes to the same tmpfs file.
 //   SaveBufToSDFile through the host dump service vs Memcpy: the one copy into shared memory
 //   that the dump adds on the caller's side (the service's own write is PlainWriteLoop).
+//   SaveBufToSDFile vs MemcpyThenSaveBufToFile: the least a dump can cost, one copy and one
+//   write of the same bytes to tmpfs; the dump should stay within 3x of it.
 
 #include <zorcam/utils/std/Misc.h>
 
@@ -121,6 +123,22 @@ void BM_Memcpy(benchmark::State& state) {
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kBytes));
 }
 BENCHMARK(BM_Memcpy)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+void BM_MemcpyThenSaveBufToFile(benchmark::State& state) {
+    auto& buf = buffer();
+    std::vector<unsigned char> copy(kBytes, 1);
+    for (auto _ : state) {
+        memcpy(copy.data(), buf.data(), buf.size());
+        benchmark::ClobberMemory();
+        if (!NSCam::Utils::saveBufToFile(kFile.c_str(), copy.data(), copy.size())) {
+            state.SkipWithError("saveBufToFile failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(kBytes));
+    unlink(kFile.c_str());
+}
+BENCHMARK(BM_MemcpyThenSaveBufToFile)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

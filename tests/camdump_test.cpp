@@ -14,6 +14,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <string>
@@ -248,6 +251,26 @@ TEST_F(CamDumpTest, HostServiceWritesUnderItsRoot) {
     };
     EXPECT_EQ(contents(root / "data/engineercamera/p2/a.raw"), buf);
     EXPECT_EQ(contents(root / "sdcard/b.yuv"), Bytes(buf.begin(), buf.begin() + 1000));
+}
+
+// Blocks live in memory, not in a file on disk, and keep the size they were made with.
+TEST_F(CamDumpTest, AllocatorBlocksAreSizedMemoryFiles) {
+    bool allocated = false;
+    mRealAllocator->allocate(5000, [&](bool ok, const hidl_memory& mem) {
+        ASSERT_TRUE(ok);
+        allocated = true;
+        const int fd = mem.handle()->data[0];
+        char target[256] = {};
+        ASSERT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target,
+                           sizeof(target) - 1), 0);
+        EXPECT_EQ(std::string(target).rfind("/memfd:ashmem", 0), 0u) << target;
+        struct stat st;
+        ASSERT_EQ(fstat(fd, &st), 0);
+        EXPECT_EQ(st.st_size, 5000);
+        EXPECT_NE(ftruncate(fd, 100), 0) << "a block shrank under its mappings";
+        EXPECT_NE(ftruncate(fd, 10000), 0) << "a block grew";
+    });
+    EXPECT_TRUE(allocated);
 }
 
 // The property-gated debug lines pass only above camera log level 2, which is read when the

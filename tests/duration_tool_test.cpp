@@ -64,7 +64,7 @@ TEST_F(DurationToolTest, RateLines) {
 // its lock: every line shows a count the producer had reached, never fewer than the line
 // before, with the elapsed time of exactly that many frames; the last shows them all.
 TEST_F(DurationToolTest, ProducerCountsWhileAReaderShowsTheRate) {
-    if (NSCam::Utils::ULog::cameraLogLevel() < 3) {
+    if (!zorcam_testLog(nullptr, 'D')) {
         EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.ProducerCountsWhileAReaderShows*", 3));
         return;
     }

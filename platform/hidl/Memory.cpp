@@ -1,6 +1,8 @@
-// The ashmem allocator and memory mapper. On a Debian host libcutils' ashmem_create_region
-// returns an unlinked, sized file under /tmp rather than an ashmem region; it is shared and
-// mapped the same way.
+// The ashmem allocator and memory mapper. Blocks are anonymous memfd files, as current Android
+// kernels back ashmem: they live in memory, so handing a camera buffer to the dump service
+// costs a copy rather than a trip through a disk-backed file (libcutils' host
+// ashmem_create_region makes an unlinked file under /tmp). They are shared and mapped the same
+// way.
 
 #include <hidlmemory/mapping.h>
 
@@ -8,9 +10,9 @@
 
 #include "Ashmem.h"
 
-#include <cutils/ashmem.h>
 #include <cutils/native_handle.h>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -25,10 +27,23 @@ namespace {
 using hidl::allocator::V1_0::IAllocator;
 using hidl::memory::V1_0::IMemory;
 
+// A sized, sealed-size memory file; -1 when it cannot be made.
+int createRegion(uint64_t size) {
+    if (size > static_cast<uint64_t>(INT64_MAX)) return -1;
+    const int fd = memfd_create("ashmem", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd < 0) return -1;
+    if (ftruncate(fd, static_cast<off_t>(size)) != 0 ||
+        fcntl(fd, F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) != 0) {
+        close(fd);
+        return -1;
+    }
+    return fd;
+}
+
 class AshmemAllocator : public IAllocator {
 public:
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
-        const int fd = size <= SIZE_MAX ? ashmem_create_region("AshmemAllocator_hidl", size) : -1;
+        const int fd = createRegion(size);
         native_handle_t* handle = fd >= 0 ? native_handle_create(1, 0) : nullptr;
         if (handle == nullptr) {
             if (fd >= 0) close(fd);

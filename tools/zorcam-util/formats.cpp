@@ -2,13 +2,12 @@
 
 #include "Command.h"
 
+#include "Args.h"
+
 #include <zorcam/utils/std/Format.h>
 
-#include <cerrno>
 #include <cinttypes>
 #include <cstdio>
-#include <cstdlib>
-#include <strings.h>
 
 namespace zorcam_util {
 
@@ -45,32 +44,6 @@ int listFormats(const std::vector<std::string>& args) {
     }
     printf("%zu formats\n", map.size());
     return 0;
-}
-
-// A format given by name (any case) or by id (decimal or 0x-prefixed hexadecimal).
-android::sp<IImgFmt> findFormat(const ImgFmtMap& map, const std::string& text) {
-    for (size_t i = 0; i < map.size(); ++i)
-        if (strcasecmp(map.valueAt(i)->getName(), text.c_str()) == 0) return map.valueAt(i);
-    char* end = nullptr;
-    errno = 0;
-    const long long id = strtoll(text.c_str(), &end, 0);
-    if (text.empty() || *end != '\0' || errno != 0 || id < INT32_MIN || id > INT32_MAX)
-        return nullptr;
-    const ssize_t index = map.indexOfKey(static_cast<int>(id));
-    return index < 0 ? nullptr : map.valueAt(index);
-}
-
-// "WxH" with both sides whole numbers from 1 to 2^31 - 1.
-bool parseSize(const std::string& text, uint64_t* width, uint64_t* height) {
-    const size_t x = text.find_first_of("xX");
-    if (x == std::string::npos) return false;
-    auto parse = [](const std::string& s, uint64_t* out) {
-        if (s.empty() || s.find_first_not_of("0123456789") != std::string::npos) return false;
-        if (s.size() > 10) return false;
-        *out = strtoull(s.c_str(), nullptr, 10);
-        return *out >= 1 && *out <= INT32_MAX;
-    };
-    return parse(text.substr(0, x), width) && parse(text.substr(x + 1), height);
 }
 
 int describeFormat(const std::vector<std::string>& args) {

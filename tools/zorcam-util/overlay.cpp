@@ -3,11 +3,13 @@
 
 #include "Command.h"
 
+#include "Args.h"
+#include "Image.h"
+
 #include <zorcam/utils/std/DebugDrawID.h>
 #include <zorcam/utils/std/DebugScanLine.h>
 
 #include <cutils/properties.h>
-#include <png.h>
 
 #include <cstdint>
 #include <cstdio>
@@ -26,6 +28,8 @@ constexpr int kSheetColumns = 6;
 constexpr int kSheetScale = 4;  // thumbnails are a quarter of the frame in each direction
 constexpr int kSheetGap = 4;
 
+using zorcam_util::Picture;
+
 struct Options {
     int width = 640;
     int height = 480;
@@ -35,9 +39,8 @@ struct Options {
 };
 
 bool parseInt(const std::string& text, int lo, int hi, int* value) {
-    char* end = nullptr;
-    const long v = strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || v < lo || v > hi) return false;
+    long v = 0;
+    if (!zorcam_util::parseInt(text, lo, hi, &v)) return false;
     *value = static_cast<int>(v);
     return true;
 }
@@ -84,22 +87,6 @@ bool parseArgs(const std::vector<std::string>& args, Options* o, std::string* er
     return true;
 }
 
-bool writeGray(const std::string& path, const uint8_t* pixels, int width, int height,
-               int stride, std::string* error) {
-    png_image image;
-    memset(&image, 0, sizeof(image));
-    image.version = PNG_IMAGE_VERSION;
-    image.width = static_cast<png_uint_32>(width);
-    image.height = static_cast<png_uint_32>(height);
-    image.format = PNG_FORMAT_GRAY;
-    if (!png_image_write_to_file(&image, path.c_str(), 0, pixels, stride, nullptr)) {
-        *error = "cannot write " + path + ": " + image.message;
-        png_image_free(&image);
-        return false;
-    }
-    return true;
-}
-
 // A diagonal luma ramp that stays below the band's default 255 and the stamp's box.
 void fillGradient(std::vector<uint8_t>& plane, int width, int height) {
     const int64_t w = width, h = height;
@@ -115,24 +102,14 @@ int run(const std::vector<std::string>& args) {
         fprintf(stderr, "zorcam-util overlay: %s\n", error.c_str());
         return 2;
     }
-    std::error_code ec;
-    std::filesystem::create_directories(o.out, ec);
-    if (ec) {
-        fprintf(stderr, "zorcam-util overlay: cannot make %s: %s\n", o.out.c_str(),
-                ec.message().c_str());
-        return 1;
-    }
+    if (!zorcam_util::makeOutputDir("overlay", o.out)) return 1;
     // Properties first: the stamp reads its settings when it is built, the band on every frame.
     for (const auto& [key, value] : o.props) property_set(key.c_str(), value.c_str());
 
     const int w = o.width, h = o.height;
-    const int cols = std::min(kSheetColumns, o.frames);
-    const int sheetRows = (o.frames + cols - 1) / cols;
-    const int tw = std::max(1, w / kSheetScale), th = std::max(1, h / kSheetScale);
-    const int sheetW = cols * tw + (cols + 1) * kSheetGap;
-    const int sheetH = sheetRows * th + (sheetRows + 1) * kSheetGap;
-    std::vector<uint8_t> sheet(static_cast<size_t>(sheetW) * sheetH, 0);
-    std::vector<uint8_t> plane(static_cast<size_t>(w) * h);
+    Picture frame{w, h, 1, std::vector<uint8_t>(static_cast<size_t>(w) * h)};
+    std::vector<uint8_t>& plane = frame.pixels;
+    std::vector<Picture> thumbs;
 
     std::unique_ptr<DebugDrawID, void (*)(DebugDrawID*)> stamp(
             DebugDrawID::createInstance(), [](DebugDrawID* p) { p->destroyInstance(); });
@@ -148,20 +125,16 @@ int run(const std::vector<std::string>& args) {
         char name[32];
         snprintf(name, sizeof(name), "frame_%03d.png", f);
         const std::string path = (std::filesystem::path(o.out) / name).string();
-        if (!writeGray(path, plane.data(), w, h, w, &error)) {
+        if (!zorcam_util::writePng(path, frame, &error)) {
             fprintf(stderr, "zorcam-util overlay: %s\n", error.c_str());
             return 1;
         }
         printf("%s\n", path.c_str());
-        const int ox = kSheetGap + (f % cols) * (tw + kSheetGap);
-        const int oy = kSheetGap + (f / cols) * (th + kSheetGap);
-        for (int y = 0; y < th; ++y)
-            for (int x = 0; x < tw; ++x)
-                sheet[static_cast<size_t>(oy + y) * sheetW + ox + x] =
-                        plane[static_cast<size_t>(y * h / th) * w + x * w / tw];
+        thumbs.push_back(zorcam_util::thumbnail(frame, std::max(1, std::max(w, h) / kSheetScale)));
     }
     const std::string sheetPath = (std::filesystem::path(o.out) / "contact_sheet.png").string();
-    if (!writeGray(sheetPath, sheet.data(), sheetW, sheetH, sheetW, &error)) {
+    const Picture sheet = zorcam_util::contactSheet(thumbs, kSheetColumns, kSheetGap);
+    if (!zorcam_util::writePng(sheetPath, sheet, &error)) {
         fprintf(stderr, "zorcam-util overlay: %s\n", error.c_str());
         return 1;
     }

@@ -4,14 +4,16 @@
 // next frame slot, and FrameController), each on its own consumer thread, and the release
 // intervals, display delays and sleeping time of the three are compared.
 
+#include "Clock.h"
 #include "Command.h"
+#include "Stats.h"
+#include "Svg.h"
 
 #include <zorcam/utils/std/FrameController.h>
 #include <zorcam/utils/std/Log.h>
 
 #include <android/log.h>
 #include <cutils/properties.h>
-#include <utils/Timers.h>
 
 #include <sys/stat.h>
 
@@ -36,7 +38,7 @@ namespace zorcam_util {
 
 namespace {
 
-constexpr int64_t kMs = 1000000;
+constexpr int64_t kMs = kNsPerMs;
 // Frames left out of the statistics for every way alike: the controller measures the first
 // five and holds one back before it paces.
 constexpr int kWarmup = 10;
@@ -61,16 +63,6 @@ struct Release {
     int64_t at;     // ns, when the pacer let it go
     int64_t slept;  // ns spent inside the pacer
 };
-
-int64_t now() {
-    return systemTime(SYSTEM_TIME_MONOTONIC);
-}
-
-void sleepUntil(int64_t t) {
-    timespec ts{static_cast<time_t>(t / 1000000000), static_cast<long>(t % 1000000000)};
-    while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &ts, nullptr) == EINTR) {
-    }
-}
 
 // Transitions of the controllers, counted from their log lines.
 std::atomic<int> sAdjustEntered{0};
@@ -153,14 +145,6 @@ private:
     int64_t mNext = 0;
 };
 
-// Nearest-rank percentile of a sorted vector.
-double percentile(const std::vector<double>& sorted, double p) {
-    if (sorted.empty()) return NAN;
-    size_t rank = static_cast<size_t>(std::ceil(p / 100.0 * sorted.size()));
-    if (rank < 1) rank = 1;
-    return sorted[std::min(rank, sorted.size()) - 1];
-}
-
 struct Stats {
     double errMedian, errP99, errMax, shareOver2;
     double delayMedian, delayP99;
@@ -198,49 +182,18 @@ Stats measure(const std::vector<Release>& r, int64_t interval) {
 bool writeSvg(const std::string& path, const std::vector<const char*>& names,
               const std::vector<Stats>& stats, double intervalMs) {
     // Histogram of release intervals, one panel per way: 0.25 ms bins over +-8 ms around the
-    // frame interval, with everything outside piled into the end bins.
-    constexpr double kBinMs = 0.25, kSpanMs = 8.0;
-    constexpr int kBins = static_cast<int>(2 * kSpanMs / kBinMs);
-    constexpr int kW = 720, kPanelH = 200, kLeft = 50, kTop = 30, kPlotW = 640, kPlotH = 140;
+    // frame interval.
     std::ofstream out(path);
     if (!out) return false;
-    out << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << kW << "\" height=\""
-        << kPanelH * names.size() + 20 << "\" font-family=\"sans-serif\" font-size=\"11\">\n"
-        << "<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    svgBegin(out, static_cast<int>(names.size()));
     for (size_t w = 0; w < names.size(); ++w) {
-        std::vector<int> bins(kBins, 0);
-        for (double iv : stats[w].intervalsMs) {
-            int b = static_cast<int>(std::floor((iv - intervalMs + kSpanMs) / kBinMs));
-            bins[std::clamp(b, 0, kBins - 1)]++;
-        }
-        const int peak = std::max(1, *std::max_element(bins.begin(), bins.end()));
-        const int y0 = static_cast<int>(w) * kPanelH + kTop;
         char title[160];
         snprintf(title, sizeof(title),
                  "%s: release intervals (ms), p99 |error| %.3f ms, max %.3f ms", names[w],
                  stats[w].errP99, stats[w].errMax);
-        out << "<text x=\"" << kLeft << "\" y=\"" << y0 - 10 << "\">" << title << "</text>\n";
-        out << "<line x1=\"" << kLeft << "\" y1=\"" << y0 + kPlotH << "\" x2=\"" << kLeft + kPlotW
-            << "\" y2=\"" << y0 + kPlotH << "\" stroke=\"black\"/>\n";
-        const double bw = static_cast<double>(kPlotW) / kBins;
-        for (int b = 0; b < kBins; ++b) {
-            if (bins[b] == 0) continue;
-            const double h = static_cast<double>(bins[b]) / peak * kPlotH;
-            out << "<rect x=\"" << kLeft + b * bw << "\" y=\"" << y0 + kPlotH - h
-                << "\" width=\"" << bw - 1 << "\" height=\"" << h
-                << "\" fill=\"steelblue\"><title>" << bins[b] << "</title></rect>\n";
-        }
-        for (int t = -8; t <= 8; t += 2) {
-            const double x = kLeft + (t + kSpanMs) / (2 * kSpanMs) * kPlotW;
-            char label[32];
-            snprintf(label, sizeof(label), "%.1f", intervalMs + t);
-            out << "<text x=\"" << x << "\" y=\"" << y0 + kPlotH + 14
-                << "\" text-anchor=\"middle\">" << label << "</text>\n";
-        }
-        out << "<text x=\"" << kLeft - 5 << "\" y=\"" << y0 + 10 << "\" text-anchor=\"end\">"
-            << peak << "</text>\n";
+        svgHistogram(out, static_cast<int>(w), title, stats[w].intervalsMs, intervalMs, 0.25, 8);
     }
-    out << "</svg>\n";
+    svgEnd(out);
     return static_cast<bool>(out);
 }
 

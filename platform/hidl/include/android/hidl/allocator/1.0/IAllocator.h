@@ -1,7 +1,7 @@
 #pragma once
 
 // Shared-memory allocator (android.hidl.allocator@1.0::IAllocator). The host registers one
-// instance, "ashmem", backed by libcutils' ashmem_create_region.
+// instance, "ashmem", backed by memfd_create.
 
 #include <android/hidl/base/1.0/IBase.h>
 #include <hidl/HidlSupport.h>
