@@ -18,3 +18,7 @@ if(ZORCAM_ARM64_ROOT)
 else()
     set(CMAKE_CROSSCOMPILING_EMULATOR qemu-aarch64)
 endif()
+
+# pkg-config must read the arm64 libraries' .pc files, not the host's.
+set(ENV{PKG_CONFIG_LIBDIR} /usr/lib/aarch64-linux-gnu/pkgconfig:/usr/share/pkgconfig)
+set(ENV{PKG_CONFIG_PATH} "")
