@@ -65,6 +65,7 @@ TEST_F(FormatTest, CatalogueInvariantsAndSampleRows) {
             sixteenths += fmt.getPlaneBitsPerPixel(p) * static_cast<int>(share);
         }
         for (size_t p = planes; p < 3; ++p) EXPECT_EQ(fmt.getPlaneBitsPerPixel(p), 0);
+        EXPECT_EQ(checkValidBufferInfo(id), fmt.checkValidBufferInfo());
         if (id >= 0x2208 && id <= 0x220F) {  // UFO Bayer: plane 0 carries the image bits
             EXPECT_EQ(planes, 3u);
             EXPECT_FALSE(fmt.checkValidBufferInfo());
@@ -117,32 +118,6 @@ TEST_F(FormatTest, GeometryOfEveryFamily) {
     EXPECT_EQ(queryPlaneBitsPerPixel(0x32315659, 1000000), 0);
 }
 
-TEST_F(FormatTest, SuccessfulQueriesWriteOnlyTheirVerboseLines) {
-    EXPECT_EQ(queryPlaneWidthInPixels(0x32315659, 3, 1920), 960u);
-    EXPECT_EQ(queryPlaneHeightInPixels(0x32315659, 1, 1080), 540u);
-    EXPECT_EQ(queryPlaneCount(0x2208), 3u);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 1), 16);
-    EXPECT_EQ(queryImageBitsPerPixel(0x2218), 24);
-    EXPECT_EQ(queryImageFormatName(0x2200), "BAYER8");
-    EXPECT_TRUE(checkValidFormat(0x11) && checkValidBufferInfo(0x14));
-    EXPECT_FALSE(checkValidBufferInfo(0x2209));
-
-    EXPECT_TRUE(androidLines().empty());  // verbose lines never reach the Android log
-    const std::vector<std::string> expected = {
-        "[queryPlaneWidthInPixels] [YV12] Width in pixels 960 @ 3-th plane",
-        "[queryPlaneHeightInPixels] [YV12] Height in pixels 540 @ 1-th plane",
-        "[queryPlaneCount] [UFO_BAYER8] plane count 3",
-        "[queryPlaneBitsPerPixel] [NV21] bits per pixel 16 @ 1-th plane",
-        "[queryImageBitsPerPixel] [BAYER22_PAK] bits per pixel 24",
-    };
-    const auto u = ulogLines();
-    ASSERT_EQ(u.size(), expected.size());
-    for (size_t i = 0; i < u.size(); ++i) {
-        EXPECT_EQ(u[i].text, expected[i]);
-        EXPECT_TRUE(u[i].type == NSCam::Utils::ULog::DETAILS_VERBOSE && u[i].tag == "ZorCam/Utils");
-    }
-}
-
 TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
     setULog(0x2, 2, 0x40007000);
     EXPECT_FALSE(checkValidFormat(0));
@@ -190,13 +165,14 @@ TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
 }
 
 // Camera threads query the registry and copy its map at once. Every thread gets the answers
-// one thread gets alone, and each query writes its verbose line exactly once.
+// one thread gets alone, and each query writes its verbose line exactly once, to the unified
+// logger only.
 TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
     struct Row {
         int id;
         std::string name;
-        size_t planes, width1;
-        int bits;
+        size_t planes, width1, height1;
+        int bits, bits1;
     };
     std::vector<Row> rows;
     std::map<std::string, int> expected;  // verbose line -> times it is written
@@ -206,7 +182,8 @@ TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
         for (size_t i = 0; i < map.size(); ++i) {
             const IImgFmt& f = *map.valueAt(i);
             rows.push_back({map.keyAt(i), f.getName(), f.getPlaneCount(),
-                            f.getPlaneWidthInPixels(1, 1920), f.getImageBitsPerPixel()});
+                            f.getPlaneWidthInPixels(1, 1920), f.getPlaneHeightInPixels(1, 1080),
+                            f.getImageBitsPerPixel(), f.getPlaneBitsPerPixel(1)});
             const Row& r = rows.back();
             const std::string n = "] [" + r.name + "] ";
             expected["[queryPlaneCount" + n + "plane count " + std::to_string(r.planes)] +=
@@ -215,6 +192,10 @@ TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
                      std::to_string(r.width1) + " @ 1-th plane"] += kThreads * kRounds;
             expected["[queryImageBitsPerPixel" + n + "bits per pixel " + std::to_string(r.bits)] +=
                     kThreads * kRounds;
+            expected["[queryPlaneHeightInPixels" + n + "Height in pixels " +
+                     std::to_string(r.height1) + " @ 1-th plane"] += kThreads * kRounds;
+            expected["[queryPlaneBitsPerPixel" + n + "bits per pixel " + std::to_string(r.bits1) +
+                     " @ 1-th plane"] += kThreads * kRounds;
         }
     }
     ASSERT_EQ(rows.size(), 82u);
@@ -230,13 +211,20 @@ TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
                     wrong += queryImageFormatName(r.id) != r.name || !checkValidFormat(r.id);
                     wrong += queryPlaneCount(r.id) != r.planes ||
                              queryPlaneWidthInPixels(r.id, 1, 1920) != r.width1 ||
-                             queryImageBitsPerPixel(r.id) != r.bits;
+                             queryImageBitsPerPixel(r.id) != r.bits ||
+                             queryPlaneHeightInPixels(r.id, 1, 1080) != r.height1 ||
+                             queryPlaneBitsPerPixel(r.id, 1) != r.bits1;
                 }
         });
     for (auto& t : threads) t.join();
     EXPECT_EQ(wrong.load(), 0);
+    EXPECT_TRUE(androidLines().empty());
     std::map<std::string, int> seen;
-    for (const auto& l : ulogLines()) ++seen[l.text];
+    for (const auto& l : ulogLines()) {
+        ++seen[l.text];
+        wrong += l.type != NSCam::Utils::ULog::DETAILS_VERBOSE || l.tag != "ZorCam/Utils";
+    }
+    EXPECT_EQ(wrong.load(), 0) << "lines of another type or tag";
     EXPECT_TRUE(seen == expected) << seen.size() << " distinct lines, " << expected.size()
                                   << " expected";
     EXPECT_EQ(getMapper().size(), 82u);  // no copy changed the registry
