@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "TempDir.h"
@@ -136,34 +137,32 @@ std::vector<uint8_t> mosaic(const std::string& format, int w, int h, int (*f)(in
 
 TEST_F(ViewTest, BayerDemosaicRestoresFlatColoursAndRamps) {
     const int w = 8, h = 6;
-    auto flat = [](int, int, int colour) { return colour == 0 ? 200 : colour == 1 ? 100 : 50; };
-    // A ramp across: bilinear interpolation reproduces it exactly away from the edges.
-    auto ramp = [](int x, int, int colour) { return 20 * x + 10 * colour; };
+    // Flat colours, and a ramp across that bilinear interpolation reproduces exactly away from
+    // the edges: each is f(x, y, colour) for the mosaic and the picture alike.
+    const std::pair<const char*, int (*)(int, int, int)> patterns[] = {
+            {"flat", [](int, int, int c) { return c == 0 ? 200 : c == 1 ? 100 : 50; }},
+            {"ramp", [](int x, int, int c) { return 20 * x + 10 * c; }}};
     for (const char* format :
          {"BAYER8", "BAYER10_UNPAK", "BAYER12_UNPAK", "BAYER14_UNPAK", "BAYER10_MIPI"}) {
-        Rgb picture;
-        ToolRun run = view(mosaic(format, w, h, flat),
-                           std::string("--format ") + format + " --size 8x6", &picture);
-        ASSERT_EQ(run.status, 0) << format << ": " << run.output;
-        for (int y = 1; y < h - 1; ++y)
-            for (int x = 1; x < w - 1; ++x) {
-                const uint8_t* px = picture.at(x, y);
-                EXPECT_EQ((std::vector<int>{px[0], px[1], px[2]}), (std::vector<int>{200, 100, 50}))
-                        << format << " flat, pixel " << x << "," << y;
-            }
-        run = view(mosaic(format, w, h, ramp), std::string("--format ") + format + " --size 8x6",
-                   &picture);
-        ASSERT_EQ(run.status, 0) << format << ": " << run.output;
-        for (int y = 1; y < h - 1; ++y)
-            for (int x = 1; x < w - 1; ++x)
-                for (int c = 0; c < 3; ++c)
-                    EXPECT_EQ(picture.at(x, y)[c], 20 * x + 10 * c)
-                            << format << " ramp, pixel " << x << "," << y << " colour " << c;
+        for (const auto& [what, f] : patterns) {
+            Rgb picture;
+            const ToolRun run = view(mosaic(format, w, h, f),
+                                     std::string("--format ") + format + " --size 8x6", &picture);
+            ASSERT_EQ(run.status, 0) << format << ": " << run.output;
+            for (int y = 1; y < h - 1; ++y)
+                for (int x = 1; x < w - 1; ++x)
+                    for (int c = 0; c < 3; ++c)
+                        EXPECT_EQ(picture.at(x, y)[c], f(x, y, c))
+                                << format << " " << what << ", pixel " << x << "," << y
+                                << " colour " << c;
+        }
     }
 }
 
 TEST_F(ViewTest, BadInputIsRefusedWithoutAPicture) {
     const std::vector<uint8_t> nv21_16x8 = yuv420("NV21", 16, 8, 100, 128, 128);
+    std::vector<uint8_t> longer = nv21_16x8;
+    longer.push_back(0);
     struct Case {
         const char* what;
         std::vector<uint8_t> bytes;
@@ -172,13 +171,7 @@ TEST_F(ViewTest, BadInputIsRefusedWithoutAPicture) {
     } cases[] = {
             {"short file", std::vector<uint8_t>(nv21_16x8.begin(), nv21_16x8.end() - 1),
              "--format NV21 --size 16x8", "too short"},
-            {"long file",
-             [&] {
-                 auto b = nv21_16x8;
-                 b.push_back(0);
-                 return b;
-             }(),
-             "--format NV21 --size 16x8", "too long"},
+            {"long file", longer, "--format NV21 --size 16x8", "too long"},
             {"unknown format", nv21_16x8, "--format NV99 --size 16x8", "unknown format"},
             {"zero width", nv21_16x8, "--format NV21 --size 0x8", "bad --size"},
             {"zero height", nv21_16x8, "--format NV21 --size 16x0", "bad --size"},
