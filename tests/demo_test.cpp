@@ -84,20 +84,21 @@ TEST_F(DemoTest, CountsAddUpAndNoDescriptorIsLeft) {
     EXPECT_EQ(in, 60);
     EXPECT_GT(shown, 0);
     EXPECT_EQ(in, shown + summary("frames dropped"));
-    const std::regex fds("descriptors open +([0-9]+) before, ([0-9]+) after");
-    std::smatch m;
-    ASSERT_TRUE(std::regex_search(sRun->output, m, fds)) << sRun->output;
-    EXPECT_EQ(m[1], m[2]) << "descriptors left open";
-    const std::regex drops("frames dropped +([0-9]+) \\(no buffer ([0-9]+), late ([0-9]+)\\)");
-    ASSERT_TRUE(std::regex_search(sRun->output, m, drops)) << sRun->output;
-    const long noBuffer = std::stol(m[2]);
-    EXPECT_EQ(std::stol(m[1]), noBuffer + std::stol(m[3]));
-    const std::regex fences("fences +([0-9]+) made, ([0-9]+) merged");
-    ASSERT_TRUE(std::regex_search(sRun->output, m, fences)) << sRun->output;
+    const std::string& out = sRun->output;
+    const std::regex fdLine("descriptors open +([0-9]+) before, ([0-9]+) after"),
+            dropLine("frames dropped +([0-9]+) \\(no buffer ([0-9]+), late ([0-9]+)\\)"),
+            fenceLine("fences +([0-9]+) made, ([0-9]+) merged");
+    std::smatch fds, drops, fences;
+    ASSERT_TRUE(std::regex_search(out, fds, fdLine) && std::regex_search(out, drops, dropLine) &&
+                std::regex_search(out, fences, fenceLine))
+            << out;
+    EXPECT_EQ(fds[1], fds[2]) << "descriptors left open";
+    const long noBuffer = std::stol(drops[2]);
+    EXPECT_EQ(std::stol(drops[1]), noBuffer + std::stol(drops[3]));
     // An acquire fence for each frame that got a buffer; a release fence and a merge for each
     // frame shown.
-    EXPECT_EQ(std::stol(m[1]), (in - noBuffer) + shown);
-    EXPECT_EQ(std::stol(m[2]), shown);
+    EXPECT_EQ(std::stol(fences[1]), (in - noBuffer) + shown);
+    EXPECT_EQ(std::stol(fences[2]), shown);
 }
 
 TEST_F(DemoTest, EveryDumpHoldsTheStampOfItsFrame) {
@@ -139,11 +140,12 @@ TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
     for (const std::string& file : files) {
         const std::string path = dir() / file;
         sXmlErrors = 0;
-        if (file.size() > 4 && file.compare(file.size() - 4, 4, ".png") == 0) {
+        const std::string ext = fs::path(file).extension();
+        if (ext == ".png") {
             Rgb picture;
             EXPECT_TRUE(readPng(path, &picture)) << file;
             EXPECT_GT(picture.width, 0) << file;
-        } else if (file.size() > 4 && file.compare(file.size() - 4, 4, ".svg") == 0) {
+        } else if (ext == ".svg") {
             xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
             ASSERT_NE(doc, nullptr) << file;
             EXPECT_STREQ(reinterpret_cast<const char*>(xmlDocGetRootElement(doc)->name), "svg");
