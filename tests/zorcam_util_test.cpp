@@ -51,42 +51,33 @@ TEST(ZorcamUtilRawLayoutTest, PlanesFollowTheRegistryAndTheStride) {
     } cases[] = {
             {Fmt::eImgFmt_NV21, 640, 480, 0, {{0, 640, 480}, {307200, 640, 240}}, 460800},
             {Fmt::eImgFmt_NV21, 640, 480, 704, {{0, 704, 480}, {337920, 704, 240}}, 506880},
-            {Fmt::eImgFmt_YV12,
-             640,
-             480,
-             0,
-             {{0, 640, 480}, {307200, 320, 240}, {384000, 320, 240}},
-             460800},
-            {Fmt::eImgFmt_YV12,
-             640,
-             480,
-             704,
-             {{0, 704, 480}, {337920, 352, 240}, {422400, 352, 240}},
-             506880},
+            {Fmt::eImgFmt_YV12, 640, 480, 0,
+             {{0, 640, 480}, {307200, 320, 240}, {384000, 320, 240}}, 460800},
+            {Fmt::eImgFmt_YV12, 640, 480, 704,
+             {{0, 704, 480}, {337920, 352, 240}, {422400, 352, 240}}, 506880},
             {Fmt::eImgFmt_YUY2, 100, 10, 0, {{0, 200, 10}}, 2000},
             {Fmt::eImgFmt_Y16, 7, 3, 0, {{0, 14, 3}}, 42},
             {Fmt::eImgFmt_BAYER10_MIPI, 100, 4, 0, {{0, 125, 4}}, 500},
             {Fmt::eImgFmt_BAYER10_UNPAK, 100, 4, 0, {{0, 200, 4}}, 800},
     };
+    std::vector<PlaneLayout> planes;
+    uint64_t total = 0;
+    std::string error;
     for (const Case& c : cases) {
         const std::string name =
                 Fmt::queryImageFormatName(c.format) + " stride " + std::to_string(c.stride);
-        std::vector<PlaneLayout> planes;
-        uint64_t total = 0;
-        std::string error;
         ASSERT_TRUE(rawLayout(c.format, c.width, c.height, c.stride, &planes, &total, &error))
                 << name << ": " << error;
         ASSERT_EQ(planes.size(), c.planes.size()) << name;
         for (size_t p = 0; p < planes.size(); ++p) {
-            EXPECT_EQ(planes[p].offset, c.planes[p].offset) << name << " plane " << p;
-            EXPECT_EQ(planes[p].stride, c.planes[p].stride) << name << " plane " << p;
-            EXPECT_EQ(planes[p].rows, c.planes[p].rows) << name << " plane " << p;
+            const PlaneLayout &got = planes[p], &want = c.planes[p];
+            EXPECT_TRUE(got.offset == want.offset && got.stride == want.stride &&
+                        got.rows == want.rows)
+                    << name << " plane " << p << ": " << got.offset << " " << got.stride << " "
+                    << got.rows;
         }
         EXPECT_EQ(total, c.total) << name;
     }
-    std::vector<PlaneLayout> planes;
-    uint64_t total = 0;
-    std::string error;
     EXPECT_FALSE(rawLayout(Fmt::eImgFmt_NV21, 640, 480, 639, &planes, &total, &error));
     EXPECT_NE(error.find("stride 639"), std::string::npos) << error;
     EXPECT_FALSE(rawLayout(0x7777, 640, 480, 0, &planes, &total, &error));
