@@ -32,11 +32,6 @@ using zorcam_test::ToolRun;
 constexpr int kWidth = 320;
 constexpr int kHeight = 240;
 
-std::string readText(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(in), {});
-}
-
 // libxml2 reports parse errors through this; the count is what the tests look at.
 int sXmlErrors = 0;
 void countXmlError(void*, xmlErrorPtr error) {
@@ -109,7 +104,7 @@ TEST_F(DemoTest, EveryDumpHoldsTheStampOfItsFrame) {
         const std::string file = entry.path().filename().string();
         std::smatch m;
         ASSERT_TRUE(std::regex_match(file, m, name)) << file;
-        const std::string bytes = readText(entry.path());
+        const std::string bytes = zorcam_test::readFile(entry.path());
         ASSERT_EQ(bytes.size(), static_cast<size_t>(kWidth * kHeight * 3 / 2)) << file;
         const auto* luma = reinterpret_cast<const uint8_t*>(bytes.data());
         EXPECT_EQ(zorcam_util::readStamp(luma, kWidth, kHeight, 1, stamp), std::stol(m[1])) << file;
@@ -159,7 +154,7 @@ TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
     ASSERT_NE(page, nullptr);
     EXPECT_EQ(sXmlErrors, 0) << "index.html";
     // The page's counts are the summary's.
-    const std::string text = readText(dir() / "index.html");
+    const std::string text = zorcam_test::readFile(dir() / "index.html");
     const std::regex fdRow("descriptors open before / after</th><td>([0-9]+) / ([0-9]+)<");
     std::smatch m;
     ASSERT_TRUE(std::regex_search(text, m, fdRow));
@@ -187,7 +182,7 @@ TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
 }
 
 TEST_F(DemoTest, TraceHasOneTrackPerPipelineThread) {
-    const auto trace = nlohmann::json::parse(readText(dir() / "trace.json"));
+    const auto trace = nlohmann::json::parse(zorcam_test::readFile(dir() / "trace.json"));
     std::map<long, std::string> threads;
     long pid = -1;
     for (const auto& e : trace.at("traceEvents")) {

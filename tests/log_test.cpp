@@ -37,11 +37,6 @@ std::string levelsOf(const std::vector<Line>& lines) {
     return s;
 }
 
-std::string slurp(const std::string& path) {
-    std::ifstream f(path);
-    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
-
 }  // namespace
 
 class LogFrontEndTest : public LogCaptureTest {};
@@ -196,8 +191,8 @@ TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
                                 " " ZORCAM_TEST_EMULATOR " " LOGLEVEL_PROBE " >" + (dir / "out") +
                                 " 2>" + (dir / "err");
         ASSERT_EQ(system(cmd.c_str()), 0);
-        EXPECT_EQ(slurp(dir / "out"), c.letters);
-        EXPECT_NE(slurp(dir / "err").find(std::string("[load] ###### get camera log property =") +
+        EXPECT_EQ(zorcam_test::readFile(dir / "out"), c.letters);
+        EXPECT_NE(zorcam_test::readFile(dir / "err").find(std::string("[load] ###### get camera log property =") +
                                           c.logged + "\n"),
                   std::string::npos);
     }

@@ -23,10 +23,6 @@ protected:
     }
 };
 
-std::string slurp(const std::string& path) {
-    std::ifstream f(path);
-    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
 
 std::string get(const char* key, const char* def = nullptr) {
     char value[PROPERTY_VALUE_MAX];
@@ -95,9 +91,9 @@ TEST(PropertiesFile, SeedsTheStoreAndSkipsMalformedLines) {
                             " " SYSTEM_PROPERTIES_PROBE " spaced.key plain long last missing >" +
                             (dir / "out") + " 2>" + (dir / "err");
     ASSERT_EQ(system(cmd.c_str()), 0);
-    EXPECT_EQ(slurp(dir / "out"),
+    EXPECT_EQ(zorcam_test::readFile(dir / "out"),
               "spaced.key=[spaced value]\nplain=[1]\nlong=[]\nlast=[end]\nmissing=[]\n");
-    const std::string errors = slurp(dir / "err");
+    const std::string errors = zorcam_test::readFile(dir / "err");
     for (const char* line : {":5: malformed line skipped", ":6: malformed line skipped",
                              ":7: value of long longer than 91 bytes"})
         EXPECT_NE(errors.find(line), std::string::npos) << line << " in " << errors;

@@ -1,14 +1,22 @@
 #pragma once
 
 // A fresh directory under $TMPDIR (or /tmp), removed with everything in it when the object
-// goes away.
+// goes away, and a reader for the files made in it.
 
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 #include <system_error>
 
 namespace zorcam_test {
+
+/// The whole content of a file, "" when it cannot be read.
+inline std::string readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 class TempDir {
 public:
