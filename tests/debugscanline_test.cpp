@@ -71,7 +71,6 @@ TEST_F(DebugScanLineTest, DefaultBandMovesTwentyRowsPerDrawnFrameAndWraps) {
     EXPECT_EQ(p.wrongByte(0, 60, 0, 640), -1);
     // A buffer one byte short of stride * height is left alone and does not move the band.
     Plane shortOne(640, 640 * 480 - 1);
-    clearLogs();
     frame(shortOne, 480);
     expectOnlyLine(3, DETAILS_DEBUG, "ZorCam/DebugScanLine",
                    "[drawScanLine] buffer size < stride*height, doesn't draw scan line");

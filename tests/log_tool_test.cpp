@@ -44,10 +44,6 @@ protected:
         sWallClock = WallClock::kReal;
         LogCaptureTest::TearDown();
     }
-    void expectError(const std::string& text) {
-        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils", text);
-        clearLogs();
-    }
 };
 
 TEST_F(LogToolTest, FormatsLocalTimeWithTruncatedMilliseconds) {

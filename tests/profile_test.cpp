@@ -24,10 +24,6 @@ protected:
         LogCaptureTest::SetUp();
         vclock::set((int64_t{1} << 32) * kUs - kMs);  // CamProfile's 32-bit µs clock wraps soon
     }
-    void expectLine(int prio, ULog::DetailsType type, const std::string& text) {
-        expectOnlyLine(prio, type, "ZorCam/Utils", text);
-        clearLogs();
-    }
     // The text of the one unified line written since the last call.
     std::string ulogLine() {
         const auto u = ulogLines();
@@ -41,8 +37,8 @@ TEST_F(ProfileTest, CamProfileNumbersOnlyTheLinesWritten) {
     CamProfile profile("configure", "Pipeline");
     vclock::advance(1999 * kUs);
     EXPECT_TRUE(profile.print("open %d", 1));
-    expectLine(3, ULog::DETAILS_DEBUG,
-               "{CamProfile}[Pipeline::configure] open 1: (0-th) ===> [start-->now: 1 ms]");
+    expectOnlyLine(3, ULog::DETAILS_DEBUG, "ZorCam/Utils",
+                   "{CamProfile}[Pipeline::configure] open 1: (0-th) ===> [start-->now: 1 ms]");
     setULog(0x3, 3, 0x40007000);  // debug kept back: not numbered, but the step restarts
     vclock::advance(7 * kMs);
     EXPECT_TRUE(profile.print("hidden"));
@@ -63,17 +59,17 @@ TEST_F(ProfileTest, CamProfileOvertimeNumbersEveryCheckpoint) {
     CamProfile profile("f", "C");
     vclock::advance(15 * kMs);
     EXPECT_TRUE(profile.print_overtime(10, "slow %s", "start"));
-    expectLine(4, ULog::DETAILS_INFO,
-               "{CamProfile}[C::f] slow start: (0-th) ===> (overtime > 10 ms) "
-               "[start-->now: 15 ms]");
+    expectOnlyLine(4, ULog::DETAILS_INFO, "ZorCam/Utils",
+                   "{CamProfile}[C::f] slow start: (0-th) ===> (overtime > 10 ms) "
+                   "[start-->now: 15 ms]");
     vclock::advance(1999 * kUs);  // 1.999 ms counts as 1 ms, not over 1
     EXPECT_FALSE(profile.print_overtime(1, "fast"));
     expectNoLines();
     vclock::advance(15 * kMs);
     EXPECT_TRUE(profile.print_overtime(10, "slow"));
-    expectLine(4, ULog::DETAILS_INFO,
-               "{CamProfile}[C::f] slow: (2-th) ===> ( overtime > 10 ms) "
-               "[start-->now: 31 ms] [last-->now: 15 ms]");
+    expectOnlyLine(4, ULog::DETAILS_INFO, "ZorCam/Utils",
+                   "{CamProfile}[C::f] slow: (2-th) ===> ( overtime > 10 ms) "
+                   "[start-->now: 31 ms] [last-->now: 15 ms]");
 }
 
 TEST_F(ProfileTest, CameraProfileLinesAndPrinters) {

@@ -81,9 +81,7 @@ TEST_F(StlUtilsTest, ScopeWorkerRunsTheWorkAndLogsWhatItThrows) {
             if (round == 1) ScopeWorker{ScopeWorker::WorkFunction()};
             if (round == 2) ScopeWorker{std::function<void()>()};
         });
-        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils",
-                       "[~ScopeWorker] execute function throws exception");
-        clearLogs();
+        expectError("[~ScopeWorker] execute function throws exception");
     }
     EXPECT_EQ(held.use_count(), 1);
 }

@@ -83,10 +83,6 @@ protected:
     void advance(unsigned n = 1, int timeline = -1) {
         ASSERT_EQ(sw_sync_timeline_inc(timeline < 0 ? mTimeline : timeline, n), 0);
     }
-    void expectError(const std::string& text) {
-        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils", text);
-        clearLogs();
-    }
 
     std::vector<int> mTimelines;
     const int mTimeline = newTimeline();

@@ -81,6 +81,7 @@ void LogCaptureTest::expectOnlyLine(int prio, DetailsType type, const std::strin
                                     const std::string& text) {
     auto a = androidLines();
     auto u = ulogLines();
+    clearLogs();
     ASSERT_EQ(a.size(), 1u);
     ASSERT_EQ(u.size(), 1u);
     EXPECT_EQ(a[0].prio, prio);

@@ -70,8 +70,13 @@ protected:
     void clearLogs() { LogRecorder::instance().clear(); }
 
     /// Exactly one Android line and exactly one unified line were written, with these values.
+    /// Clears the capture.
     void expectOnlyLine(int prio, DetailsType type, const std::string& tag,
                         const std::string& text);
+    /// expectOnlyLine for an error line of the library's own tag.
+    void expectError(const std::string& text) {
+        expectOnlyLine(6, NSCam::Utils::ULog::DETAILS_ERROR, "ZorCam/Utils", text);
+    }
     void expectNoLines();
 
 private:
