@@ -118,7 +118,7 @@ for stage in "${stages[@]}"; do
     status=passed
     [[ $rc -eq 0 ]] || status=FAILED
     elapsed=$((SECONDS - start))
-    summary+=("$(printf '   %-6s %3dm %02ds  %s' "$stage" $((elapsed / 60)) $((elapsed % 60)) \
+    summary+=("$(printf '   %-8s %3dm %02ds  %s' "$stage" $((elapsed / 60)) $((elapsed % 60)) \
         "$status")")
     [[ $status == passed ]] || exit 1
 done
