@@ -109,6 +109,24 @@ TEST_F(LibsyncTest, FencesTurnReadableWhenTheTimelineReachesThem) {
     EXPECT_EQ(errno, EINVAL);
 }
 
+// One advance passes every value on the way: a point behind the new value by any distance,
+// or ahead of the old one by up to 2^31 - 1, signals as a run of smaller advances would make it.
+TEST_F(LibsyncTest, OneLongAdvanceSignalsEveryPointItPasses) {
+    for (unsigned count : {0x7FFFFFFFu, 0x80000000u, 0xC0000000u, UINT_MAX}) {
+        SCOPED_TRACE(count);
+        const int timeline = own(sw_sync_timeline_create());
+        const int near = fenceAt(5, timeline), far = fenceAt(0x7FFFFFFF, timeline);
+        advance(count, timeline);
+        EXPECT_TRUE(readable(near));
+        EXPECT_TRUE(readable(far));
+        EXPECT_EQ(infoOf(near).file.status, 1);
+    }
+    const int timeline = own(sw_sync_timeline_create());
+    const int beyond = fenceAt(0x7FFFFFFF, timeline);
+    advance(0x7FFFFFFE, timeline);
+    EXPECT_FALSE(readable(beyond));
+}
+
 TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     const int pending = fenceAt(1);
     sFakeClock = true;
