@@ -2,8 +2,8 @@
 // sequence of operations (make a timeline, make a fence, advance, merge, dup, close, ask for
 // the information, wait with 0) and checks every answer against a small model:
 // - a point signals exactly when its timeline reaches it, however far one advance goes;
-// - a fence signals when its last point does; a merge holds the points of both fences, the
-//   later point standing for both where the two share a timeline;
+// - a fence signals when its last point does; a merge holds the points of both fences and
+//   signals when both have (where they share a timeline, one point stands for both);
 // - the information lists one record per point, with its status and a time once signalled;
 // - closing a timeline signals its pending points with an error (-ENOENT) at the next libsync
 //   call, and a wait then ends at once;
@@ -135,7 +135,8 @@ void checkWait(const Fence& f, int fd) {
     if (pending(f) ? (ret != -1 || errno != ETIME) : ret != 0) fail("wait(0) wrong", fd, ret);
 }
 
-// Merges `b` into a copy of `a`: one point per timeline, the later one.
+// Merges `b` into a copy of `a`: one point per timeline, a pending one if either is, else
+// the later one, so that the merge signals exactly when both fences have.
 std::vector<Point> mergedPoints(const Fence& a, const Fence& b) {
     std::vector<Point> out = a.points;
     for (const Point& p : b.points) {
@@ -143,7 +144,8 @@ std::vector<Point> mergedPoints(const Fence& a, const Fence& b) {
                                [&](const Point& q) { return q.timeline == p.timeline; });
         if (it == out.end())
             out.push_back(p);
-        else if (ahead(p.value, it->value) > 0)
+        else if ((p.status == 0) != (it->status == 0) ? p.status == 0
+                                                      : ahead(p.value, it->value) > 0)
             *it = p;
     }
     return out;

@@ -127,6 +127,27 @@ TEST_F(LibsyncTest, OneLongAdvanceSignalsEveryPointItPasses) {
     EXPECT_FALSE(readable(beyond));
 }
 
+// Across a wrap of the counter a point of equal or "later" value may have signalled while
+// the other is still pending: a merge waits for the pending one, in either order.
+TEST_F(LibsyncTest, MergeWaitsForAPendingPointOfTheSameTimeline) {
+    const int early = fenceAt(0);  // the timeline is at 0: signalled
+    advance(UINT_MAX);
+    const int pending = fenceAt(0);        // one step ahead of UINT_MAX
+    const int late = fenceAt(0x7FFFFFFF);  // 2^31 behind: counts as reached
+    ASSERT_TRUE(readable(early));
+    ASSERT_TRUE(readable(late));
+    ASSERT_FALSE(readable(pending));
+    const int merges[] = {own(sync_merge("m", pending, early)),
+                          own(sync_merge("m", early, pending)), own(sync_merge("m", pending, late)),
+                          own(sync_merge("m", late, pending))};
+    for (int m : merges) {
+        EXPECT_FALSE(readable(m)) << m;
+        EXPECT_EQ(infoOf(m).file.status, 0) << m;
+    }
+    advance();
+    for (int m : merges) EXPECT_TRUE(readable(m)) << m;
+}
+
 TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     const int pending = fenceAt(1);
     sFakeClock = true;

@@ -468,8 +468,13 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
                 merged.timelines.push_back(b.timelines[i]);
                 continue;
             }
-            const int32_t later = static_cast<int32_t>(distance(p.value, it->value));
-            if (later > 0 || (later == 0 && it->info.status == 0 && p.info.status != 0)) {
+            // A pending point wins over one that has signalled, whatever their values say
+            // (across a wrap of the counter an equal or "later" value may have signalled
+            // first), so the merge never signals before both fences have.
+            const bool pending = p.info.status == 0;
+            if (pending != (it->info.status == 0)
+                        ? pending
+                        : static_cast<int32_t>(distance(p.value, it->value)) > 0) {
                 const size_t at = static_cast<size_t>(it - merged.points.begin());
                 *it = p;
                 merged.timelines[at] = b.timelines[i];
