@@ -21,6 +21,7 @@
 #include <zorcam/utils/std/Misc.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -308,7 +309,9 @@ void makePath(FuzzedDataProvider& in) {
     // a dangling link as the last component passes too.
     std::string last = path;
     while (last.size() > 1 && last.back() == '/') last.pop_back();
-    const bool dangling = !isDir && stat(path.c_str(), &st) != 0 && lstat(last.c_str(), &st) == 0 &&
+    // (The link itself, without the trailing '/': a link to a file is not dangling; a loop
+    // of links is.)
+    const bool dangling = !isDir && stat(last.c_str(), &st) != 0 && lstat(last.c_str(), &st) == 0 &&
                           S_ISLNK(st.st_mode);
     if (made != (isDir || dangling))
         fail(made ? "made, yet not a directory" : "not made, yet a directory or dangling link",
