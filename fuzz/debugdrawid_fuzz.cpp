@@ -4,6 +4,8 @@
 
 #include <zorcam/utils/std/DebugDrawID.h>
 
+#include "FuzzLog.h"
+
 #include <cutils/properties.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -46,6 +48,7 @@ struct FreeDeleter {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    zorcam_fuzz::clearLog();  // the lines go to memory (fuzz/support), one input's at a time
     FuzzedDataProvider in(data, size);
     for (const char* key : {"debug.cam.drawid", "debug.cam.draw.en", "debug.cam.drawid.digit",
                             "debug.cam.drawid.x", "debug.cam.drawid.y", "debug.cam.drawid.size",

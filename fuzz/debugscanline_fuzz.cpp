@@ -8,6 +8,8 @@
 
 #include "DebugScanLinePaint.h"
 
+#include "FuzzLog.h"
+
 #include <cutils/properties.h>
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -55,6 +57,7 @@ struct FreeDeleter {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    zorcam_fuzz::clearLog();  // the lines go to memory (fuzz/support), one input's at a time
     FuzzedDataProvider in(data, size);
     const int bufSize = in.ConsumeBool() ? in.ConsumeIntegralInRange<int>(-16, kMaxBuffer)
                                          : in.ConsumeIntegralInRange<int>(INT_MIN, kMaxBuffer);

@@ -63,38 +63,11 @@ stage_arm64() {
     bash "$root/scripts/test-arm64.sh" "${ctest_args[@]}"
 }
 
-# Builds the libFuzzer targets with clang in build/fuzz and runs each for a bounded time
-# (ZORCAM_FUZZ_SECONDS, 60 by default) over its corpus in fuzz/corpus/<target>/. New inputs
-# go to a scratch directory, so the corpus in the tree only changes by hand; a crash, leak
-# or sanitizer report fails the run and leaves its input in build/fuzz/artifacts/.
+# Every libFuzzer target for a bounded time (ZORCAM_FUZZ_SECONDS, 60 by default) over its
+# corpus in fuzz/corpus/<target>/, leaving the corpus as it is; a crash, leak or sanitizer report
+# fails the stage and leaves its input in build/fuzz/artifacts/ (scripts/fuzz.sh).
 stage_fuzz() {
-    local build="$root/build/fuzz"
-    local seconds=${ZORCAM_FUZZ_SECONDS:-60}
-    echo "== fuzz build"
-    CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-        -DZORCAM_BUILD_FUZZ=ON -DZORCAM_BUILD_TESTS=OFF -DZORCAM_BUILD_BENCH=OFF >/dev/null
-    local targets=()
-    for src in "$root"/fuzz/*_fuzz.cpp; do targets+=("$(basename "$src" .cpp)"); done
-    [[ ${#targets[@]} -gt 0 ]] || return 0
-    cmake --build "$build" -j "$jobs" --target "${targets[@]}"
-    mkdir -p "$build/artifacts"
-    for target in "${targets[@]}"; do
-        echo "== fuzz $target (${seconds}s)"
-        local scratch
-        scratch=$(mktemp -d)
-        local corpus="$root/fuzz/corpus/${target%_fuzz}"
-        mkdir -p "$corpus"
-        if ! "$build/bin/$target" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-                -print_final_stats=1 -artifact_prefix="$build/artifacts/$target-" \
-                "$scratch" "$corpus" 2>"$build/$target.log"; then
-            tail -n 60 "$build/$target.log"
-            rm -rf "$scratch"
-            echo "fuzz: $target failed; its input is in $build/artifacts/" >&2
-            return 1
-        fi
-        grep -E '^(Done|stat::number_of_executed_units)' "$build/$target.log" || true
-        rm -rf "$scratch"
-    done
+    "$root/scripts/fuzz.sh" --seconds "${ZORCAM_FUZZ_SECONDS:-60}" --no-merge
 }
 
 # Runs each stage in turn, stopping at the first that fails, and prints every stage's time at

@@ -270,6 +270,32 @@ TEST_F(CamDumpTest, AllocatorBlocksAreSizedMemoryFiles) {
     EXPECT_TRUE(allocated);
 }
 
+// Symbolic links inside the root never lead a dump out of it, whether on the way or as the
+// file itself; a path naming a directory is refused too. Each refusal has its line.
+TEST_F(CamDumpTest, HostServiceStaysUnderItsRootThroughSymbolicLinks) {
+    using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
+    TempDir root, outside;
+    ASSERT_EQ(mkdir((root / "sdcard").c_str(), 0700), 0);
+    ASSERT_EQ(symlink(outside.path().c_str(), (root / "data").c_str()), 0);
+    ASSERT_EQ(symlink((outside / "victim").c_str(), (root / "sdcard/v.yuv").c_str()), 0);
+    ASSERT_EQ(symlink("../..", (root / "sdcard/up").c_str()), 0);
+    sp<ICamDump> host = new HostCamDump(root.path());
+    ASSERT_EQ(host->registerAsService("internal/0"), OK);
+    Bytes buf = pattern(100);
+    for (const char* path : {"/data/engineercamera/a.raw", "/sdcard/v.yuv", "/sdcard/up/x/b.raw",
+                             "/sdcard/.", "/sdcard/sub/"}) {
+        SCOPED_TRACE(path);
+        testing::internal::CaptureStderr();
+        EXPECT_TRUE(saveBufToSDFile(path, buf.data(), buf.size()));
+        EXPECT_NE(testing::internal::GetCapturedStderr().find("camdump: "), std::string::npos);
+    }
+    struct stat st;
+    EXPECT_NE(lstat((outside / "engineercamera").c_str(), &st), 0);
+    EXPECT_NE(lstat((outside / "victim").c_str(), &st), 0);
+    EXPECT_NE(lstat((root / "sdcard/sub").c_str(), &st), 0);
+    EXPECT_NE(lstat((root.path() + "/../x").c_str(), &st), 0);
+}
+
 // The property-gated debug lines pass only above camera log level 2, which is read when the
 // library is loaded: this test runs itself again in a child at level 3.
 TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {

@@ -224,9 +224,12 @@ TEST_F(DebugDrawIDTest, StampsThatCannotFitAreSkippedWithTheirLine) {
     EXPECT_EQ(takeDebugLine(), "[draw] Skip: No buffer");
     DebugDrawID::draw(1, 5, 0, 0, plane.data(), 0, 8, 640, plane.size(), 1, 0, 0);
     EXPECT_EQ(takeDebugLine(), "[draw] Skip: width(0) height(8) ");
-    // Products that wrap in 32 bits to a small end: 5 * 858993460 = 2^32 + 4.
-    const unsigned wraps[][5] = {{858993460, 0, 0, 640, 1}, {5, 0, 0xFFFFFFFFu, 640, 1},
-                                 {5, 0, 0, 0xFFFFFFFFu, 0x80000000u}};
+    // Products that wrap in 32 bits to a small end: 5 * 858993460 = 2^32 + 4; and a box width
+    // that wraps in 64 bits: 5 * 3340214413 digits * cells of 1104524548 = 2^64 + 4.
+    const unsigned wraps[][5] = {{858993460, 0, 0, 640, 1},
+                                 {5, 0, 0xFFFFFFFFu, 640, 1},
+                                 {5, 0, 0, 0xFFFFFFFFu, 0x80000000u},
+                                 {3340214413u, 0, 0, 0, 1104524548u}};
     for (const auto& w : wraps) {
         DebugDrawID::draw(7, w[0], w[1], w[2], plane.data(), 1, 1, w[3], plane.size(), w[4], 1, 2);
         EXPECT_NE(takeDebugLine().find("Skip: exceed bufSize"), std::string::npos);

@@ -86,16 +86,20 @@ TEST(PropertiesFile, SeedsTheStoreAndSkipsMalformedLines) {
     zorcam_test::TempDir dir;
     std::ofstream(dir / "build.prop")
             << "# comment\n\n  spaced.key = spaced value  \nplain=1\nno equals sign\n=novalue\n"
-            << "long=" << std::string(100, 'x') << "\nlast=end";
-    const std::string cmd = "ZORCAM_PROPERTIES=" + (dir / "build.prop") + " " ZORCAM_TEST_EMULATOR
-                            " " SYSTEM_PROPERTIES_PROBE " spaced.key plain long last missing >" +
+            << "long=" << std::string(100, 'x') << "\n"
+            << std::string("nul=a\0b\n", 8) << "last=end";
+    const std::string cmd = "ZORCAM_PROPERTIES=" + (dir / "build.prop") +
+                            " " ZORCAM_TEST_EMULATOR " " SYSTEM_PROPERTIES_PROBE
+                            " spaced.key plain long nul last missing >" +
                             (dir / "out") + " 2>" + (dir / "err");
     ASSERT_EQ(system(cmd.c_str()), 0);
     EXPECT_EQ(zorcam_test::readFile(dir / "out"),
-              "spaced.key=[spaced value]\nplain=[1]\nlong=[]\nlast=[end]\nmissing=[]\n");
+              "spaced.key=[spaced value]\nplain=[1]\nlong=[]\nnul=[]\nlast=[end]\nmissing=[]\n");
     const std::string errors = zorcam_test::readFile(dir / "err");
-    for (const char* line : {":5: malformed line skipped", ":6: malformed line skipped",
-                             ":7: value of long longer than 91 bytes"})
+    // A NUL byte would cut the value short for every reader: the line is skipped.
+    for (const char* line :
+         {":5: malformed line skipped", ":6: malformed line skipped",
+          ":7: value of long longer than 91 bytes", ":8: malformed line skipped"})
         EXPECT_NE(errors.find(line), std::string::npos) << line << " in " << errors;
 }
 

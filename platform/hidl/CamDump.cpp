@@ -1,19 +1,19 @@
 // The host's camera-dump service: maps the block it is given and writes it to a file under
 // its root directory.
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <hidlmemory/mapping.h>
+#include <unistd.h>
 #include <vendor/velmora/hardware/camera/camdump/1.0/HostCamDump.h>
 
-#include <hidlmemory/mapping.h>
-
-#include <fcntl.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <system_error>
+#include <string>
 #include <utility>
+#include <vector>
 
 namespace vendor {
 namespace velmora {
@@ -32,10 +32,49 @@ using ::android::hidl::memory::V1_0::IMemory;
 
 namespace {
 
-bool climbsOut(const std::string& path) {
-    for (const auto& part : std::filesystem::path(path))
-        if (part == "..") return true;
-    return false;
+// Closes a descriptor when it goes out of scope.
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd = -1) : mFd(fd) {}
+    ~UniqueFd() {
+        if (mFd >= 0) close(mFd);
+    }
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+    void reset(int fd) {
+        if (mFd >= 0) close(mFd);
+        mFd = fd;
+    }
+    int get() const { return mFd; }
+
+private:
+    int mFd;
+};
+
+// The path's components, empty ones and "." left out.
+std::vector<std::string> componentsOf(const std::string& path) {
+    std::vector<std::string> parts;
+    size_t start = 0;
+    while (start <= path.size()) {
+        size_t end = path.find('/', start);
+        if (end == std::string::npos) end = path.size();
+        std::string part = path.substr(start, end - start);
+        if (!part.empty() && part != ".") parts.push_back(std::move(part));
+        start = end + 1;
+    }
+    return parts;
+}
+
+// Opens (making it when missing) the directory `name` inside `dir`, never through a symbolic
+// link, so that nothing under the root can lead a dump out of it. -1 with errno on failure.
+int openSubdirectory(int dir, const char* name) {
+    constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    int fd = openat(dir, name, kFlags);
+    if (fd < 0 && errno == ENOENT) {
+        if (mkdirat(dir, name, 0777) != 0 && errno != EEXIST) return -1;
+        fd = openat(dir, name, kFlags);
+    }
+    return fd;
 }
 
 }  // namespace
@@ -44,7 +83,11 @@ HostCamDump::HostCamDump(std::string root) : mRoot(std::move(root)) {}
 
 Return<void> HostCamDump::dumpBuffer(const hidl_string& path, const hidl_memory& buffer) {
     const std::string requested = path;
-    if (requested.empty() || climbsOut(requested)) {
+    const std::vector<std::string> parts = componentsOf(requested);
+    // The path must name a file: no ".." anywhere, and no directory (a last component that is
+    // empty or ".").
+    const std::string last = requested.substr(requested.rfind('/') + 1);
+    if (last.empty() || last == "." || std::find(parts.begin(), parts.end(), "..") != parts.end()) {
         fprintf(stderr, "camdump: refused path \"%s\"\n", requested.c_str());
         return Void();
     }
@@ -53,13 +96,18 @@ Return<void> HostCamDump::dumpBuffer(const hidl_string& path, const hidl_memory&
         fprintf(stderr, "camdump: cannot map the block for %s\n", requested.c_str());
         return Void();
     }
-    const std::filesystem::path target =
-            std::filesystem::path(mRoot) / std::filesystem::path(requested).relative_path();
-    std::error_code ec;
-    std::filesystem::create_directories(target.parent_path(), ec);
-    const int fd = open(target.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0664);
+    // Walk down from the root one directory at a time; a symbolic link or a file on the way,
+    // or as the file itself, refuses the path.
+    UniqueFd dir(open(mRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (size_t i = 0; dir.get() >= 0 && i + 1 < parts.size(); ++i)
+        dir.reset(openSubdirectory(dir.get(), parts[i].c_str()));
+    const int fd = dir.get() < 0
+                           ? -1
+                           : openat(dir.get(), parts.back().c_str(),
+                                    O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0664);
     if (fd < 0) {
-        fprintf(stderr, "camdump: cannot create %s: %s\n", target.c_str(), strerror(errno));
+        fprintf(stderr, "camdump: cannot create %s under %s: %s\n", requested.c_str(),
+                mRoot.c_str(), strerror(errno));
         return Void();
     }
     memory->read();
@@ -71,7 +119,7 @@ Return<void> HostCamDump::dumpBuffer(const hidl_string& path, const hidl_memory&
         const ssize_t n = write(fd, data + done, size - done);
         if (n <= 0) {
             if (n < 0 && errno == EINTR) continue;
-            fprintf(stderr, "camdump: cannot write %s: %s\n", target.c_str(),
+            fprintf(stderr, "camdump: cannot write %s: %s\n", requested.c_str(),
                     n < 0 ? strerror(errno) : "no progress");
             break;
         }

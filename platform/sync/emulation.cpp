@@ -62,9 +62,30 @@ struct FileKey {
     bool operator==(const FileKey& o) const { return dev == o.dev && ino == o.ino; }
 };
 
+// Wrap-around arithmetic that is meant: hashing, and the timelines' 32-bit counters. Marked so
+// for clang's integer checks (gcc has no such check).
+#if defined(__clang__)
+#define ZORCAM_WRAPS __attribute__((no_sanitize("unsigned-integer-overflow")))
+#else
+#define ZORCAM_WRAPS
+#endif
+
+ZORCAM_WRAPS uint64_t mix(uint64_t a, uint64_t b) {
+    return a * 31 + b;
+}
+
+// How far `point` lies ahead of `value` on a timeline's counter, modulo 2^32.
+ZORCAM_WRAPS uint32_t distance(uint32_t point, uint32_t value) {
+    return point - value;
+}
+
+ZORCAM_WRAPS uint32_t advanced(uint32_t value, uint32_t count) {
+    return value + count;
+}
+
 struct FileKeyHash {
     size_t operator()(const FileKey& k) const {
-        return std::hash<uint64_t>()(static_cast<uint64_t>(k.ino) * 31 + k.dev);
+        return std::hash<uint64_t>()(mix(static_cast<uint64_t>(k.ino), k.dev));
     }
 };
 
@@ -144,9 +165,10 @@ uint64_t monotonicNs() {
     return static_cast<uint64_t>(ts.tv_sec) * 1000000000u + static_cast<uint64_t>(ts.tv_nsec);
 }
 
-// Whether a point at `point` has been reached by a timeline at `value`, across wrap-around.
+// Whether a point at `point` has been reached by a timeline at `value`, across wrap-around:
+// a point is pending while it lies 1 to 2^31 - 1 ahead.
 bool reached(uint32_t point, uint32_t value) {
-    return static_cast<int32_t>(point - value) <= 0;
+    return static_cast<int32_t>(distance(point, value)) <= 0;
 }
 
 bool keyOf(int fd, FileKey* key) {
@@ -402,11 +424,14 @@ std::optional<int> emulatedTimelineInc(int timeline, unsigned count) {
     return locked<int>(-1, [&](Registry& r) -> std::optional<int> {
         Timeline* t = findTimelineLocked(r, timeline);
         if (t == nullptr) return std::nullopt;
-        t->value += count;
+        // The counter passes every value on the way, so one advance by 2^31 or more signals
+        // each pending point it passes, as a run of smaller advances would.
+        const uint32_t from = t->value;
+        t->value = advanced(from, count);
         std::vector<PendingRef> due;
         auto& refs = t->pending;
-        auto keep = std::partition(refs.begin(), refs.end(), [t](const PendingRef& p) {
-            return !reached(p.fence->points[p.index].value, t->value);
+        auto keep = std::partition(refs.begin(), refs.end(), [from, count](const PendingRef& p) {
+            return distance(p.fence->points[p.index].value, from) > count;
         });
         due.assign(keep, refs.end());
         refs.erase(keep, refs.end());
@@ -443,8 +468,13 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
                 merged.timelines.push_back(b.timelines[i]);
                 continue;
             }
-            const int32_t later = static_cast<int32_t>(p.value - it->value);
-            if (later > 0 || (later == 0 && it->info.status == 0 && p.info.status != 0)) {
+            // A pending point wins over one that has signalled, whatever their values say
+            // (across a wrap of the counter an equal or "later" value may have signalled
+            // first), so the merge never signals before both fences have.
+            const bool pending = p.info.status == 0;
+            if (pending != (it->info.status == 0)
+                        ? pending
+                        : static_cast<int32_t>(distance(p.value, it->value)) > 0) {
                 const size_t at = static_cast<size_t>(it - merged.points.begin());
                 *it = p;
                 merged.timelines[at] = b.timelines[i];

@@ -193,10 +193,11 @@ void DebugDrawID::draw(unsigned int number, unsigned int digit, unsigned int x, 
     // Every row written ends at or before the last row's end, and the first starts at
     // x + y * stride >= 0, so end < bufSize keeps every write inside the buffer.
     const uint64_t s = size;
-    const uint64_t boxWidth = kDigitColumns * s * digit;  // < 5 * 2^64 / 2^32: fits
     const uint64_t rows = kGlyphRows * s;
+    uint64_t boxWidth = 0;  // up to 5 * (2^32 - 1)^2: may not fit
     int64_t end = 0;
-    if (!boxEnd(x, y, rows, stride, boxWidth, &end) || end >= static_cast<int64_t>(bufSize)) {
+    if (__builtin_mul_overflow(kDigitColumns * s, uint64_t{digit}, &boxWidth) ||
+        !boxEnd(x, y, rows, stride, boxWidth, &end) || end >= static_cast<int64_t>(bufSize)) {
         CAM_PLOGD(kTag,
                   "[%s] Skip: exceed bufSize(%d): digit(%d) stride(%d) (%dx%d)@(%d,%d) BPP(%d)",
                   __func__, bufSize, digit, stride, kDigitColumns, kGlyphRows, x, y, size);

@@ -2,8 +2,10 @@
 
 // A camera-dump service for a host: writes each block to the requested path placed under a
 // root directory, so "/sdcard/x.yuv" lands in ROOT/sdcard/x.yuv, making directories as
-// needed. Register it with registerAsService("internal/0"). Paths with a ".." component and
-// blocks that cannot be mapped are refused with one line on stderr.
+// needed. Register it with registerAsService("internal/0"). It never leaves the root: paths
+// with a ".." component or naming a directory, paths that meet a symbolic link or a file on
+// the way (or end at a symbolic link), and blocks that cannot be mapped are refused with one
+// "camdump: " line on stderr.
 
 #include <vendor/velmora/hardware/camera/camdump/1.0/ICamDump.h>
 

@@ -1,0 +1,295 @@
+// Drives the host libsync and its software timelines (the in-process emulation) with a random
+// sequence of operations (make a timeline, make a fence, advance, merge, dup, close, ask for
+// the information, wait with 0) and checks every answer against a small model:
+// - a point signals exactly when its timeline reaches it, however far one advance goes;
+// - a fence signals when its last point does; a merge holds the points of both fences and
+//   signals when both have (where they share a timeline, one point stands for both);
+// - the information lists one record per point, with its status and a time once signalled;
+// - closing a timeline signals its pending points with an error (-ENOENT) at the next libsync
+//   call, and a wait then ends at once;
+// - once the input closes everything, the process holds no descriptor more than before.
+
+#include <android/sw_sync.h>
+#include <android/sync.h>
+#include <dirent.h>
+#include <errno.h>
+#include <fuzzer/FuzzedDataProvider.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace {
+
+[[noreturn]] void fail(const char* what, long a = 0, long b = 0) {
+    fprintf(stderr, "sync_fuzz: %s (%ld, %ld)\n", what, a, b);
+    abort();
+}
+
+// The process's open sockets: every emulated fence and timeline is a pair of them. (libFuzzer
+// opens and closes files of its own between inputs, so all descriptors would not do.)
+int openSocketCount() {
+    int n = 0;
+    DIR* d = opendir("/proc/self/fd");
+    if (d == nullptr) fail("cannot list descriptors", errno);
+    while (const dirent* e = readdir(d)) {
+        char path[64], target[64];
+        snprintf(path, sizeof(path), "/proc/self/fd/%s", e->d_name);
+        const ssize_t len = readlink(path, target, sizeof(target) - 1);
+        if (len > 7 && strncmp(target, "socket:", 7) == 0) ++n;
+    }
+    closedir(d);
+    return n;
+}
+
+// Wrap-around order of timeline values, as sync points compare.
+int32_t ahead(uint32_t point, uint32_t value) {
+    return static_cast<int32_t>(static_cast<uint32_t>(uint64_t{point} + 0x100000000u - value));
+}
+
+struct Timeline {
+    int fd;  // -1 once closed
+    uint32_t value;
+};
+
+struct Point {
+    size_t timeline;
+    uint32_t value;
+    int32_t status;  // 0 pending, 1 signalled, -ENOENT when its timeline went first
+};
+
+// One sync file; every descriptor in `fds` is the same file.
+struct Fence {
+    std::vector<Point> points;
+    std::string name;  // what the information names: at most 31 bytes
+    std::vector<int> fds;
+};
+
+struct Model {
+    std::vector<Timeline> timelines;
+    std::vector<Fence> fences;
+    std::vector<size_t> closedTimelines;  // closed, their pending points not yet errored
+
+    // Every emulated libsync call first reaps what was closed.
+    void reaped() {
+        for (size_t t : closedTimelines)
+            for (Fence& f : fences)
+                for (Point& p : f.points)
+                    if (p.timeline == t && p.status == 0) p.status = -ENOENT;
+        closedTimelines.clear();
+    }
+};
+
+bool pending(const Fence& f) {
+    return std::any_of(f.points.begin(), f.points.end(),
+                       [](const Point& p) { return p.status == 0; });
+}
+
+// The sync file's status: active while a point is, else the first error, else signalled.
+int32_t statusOf(const Fence& f) {
+    if (pending(f)) return 0;
+    for (const Point& p : f.points)
+        if (p.status < 0) return p.status;
+    return 1;
+}
+
+void checkInfo(const Fence& f, int fd) {
+    struct sync_file_info* info = sync_file_info(fd);
+    if (info == nullptr) fail("no information for a fence", fd, errno);
+    if (f.name != info->name) fail("name differs", fd, static_cast<long>(f.name.size()));
+    if (info->status != statusOf(f)) fail("status differs", info->status, statusOf(f));
+    if (info->num_fences != f.points.size())
+        fail("not one record per point", info->num_fences, static_cast<long>(f.points.size()));
+    const struct sync_fence_info* records = sync_get_fence_info(info);
+    // The records come in no set order: match them by status and count.
+    size_t signalled = 0, errored = 0;
+    for (uint32_t i = 0; i < info->num_fences; ++i) {
+        const struct sync_fence_info& r = records[i];
+        if (strcmp(r.driver_name, "sw_sync") != 0) fail("driver name", fd, i);
+        if ((r.status == 0) != (r.timestamp_ns == 0)) fail("time stamp and status disagree", fd, i);
+        if (r.status == 1)
+            ++signalled;
+        else if (r.status == -ENOENT)
+            ++errored;
+        else if (r.status != 0)
+            fail("record status", r.status, i);
+    }
+    size_t wantSignalled = 0, wantErrored = 0;
+    for (const Point& p : f.points) {
+        if (p.status == 1) ++wantSignalled;
+        if (p.status < 0) ++wantErrored;
+    }
+    if (signalled != wantSignalled || errored != wantErrored)
+        fail("records' states differ", static_cast<long>(signalled), static_cast<long>(errored));
+    sync_file_info_free(info);
+}
+
+void checkWait(const Fence& f, int fd) {
+    errno = 0;
+    const int ret = sync_wait(fd, 0);
+    if (pending(f) ? (ret != -1 || errno != ETIME) : ret != 0) fail("wait(0) wrong", fd, ret);
+}
+
+// Merges `b` into a copy of `a`: one point per timeline, a pending one if either is, else
+// the later one, so that the merge signals exactly when both fences have.
+std::vector<Point> mergedPoints(const Fence& a, const Fence& b) {
+    std::vector<Point> out = a.points;
+    for (const Point& p : b.points) {
+        auto it = std::find_if(out.begin(), out.end(),
+                               [&](const Point& q) { return q.timeline == p.timeline; });
+        if (it == out.end())
+            out.push_back(p);
+        else if ((p.status == 0) != (it->status == 0) ? p.status == 0
+                                                      : ahead(p.value, it->value) > 0)
+            *it = p;
+    }
+    return out;
+}
+
+std::string shortName(const std::string& name) {
+    return std::string(name.c_str()).substr(0, 31);
+}
+
+const uint32_t kEdges[] = {0, 1, 2, 3, 0x7FFFFFFF, 0x80000000, 0x80000001, 0xFFFFFFFF, 0xFFFFFFFE};
+
+uint32_t pickCount(FuzzedDataProvider& in) {
+    switch (in.ConsumeIntegralInRange<int>(0, 2)) {
+        case 0:
+            return in.ConsumeIntegralInRange<uint32_t>(0, 4);
+        case 1:
+            return in.PickValueInArray(kEdges);
+        default:
+            return in.ConsumeIntegral<uint32_t>();
+    }
+}
+
+constexpr size_t kMaxTimelines = 6;
+constexpr size_t kMaxFences = 24;
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+    setenv("ZORCAM_SW_SYNC", "emulated", 1);  // the kernel's driver is not what is tested here
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const int sBaseline = openSocketCount();
+    FuzzedDataProvider in(data, size);
+    Model m;
+    const int ops = in.ConsumeIntegralInRange<int>(1, 48);
+    for (int op = 0; op < ops && in.remaining_bytes() > 0; ++op) {
+        const bool anyFence = !m.fences.empty(), anyTimeline = !m.timelines.empty();
+        switch (in.ConsumeIntegralInRange<int>(0, 7)) {
+            case 0: {  // make a timeline
+                if (m.timelines.size() >= kMaxTimelines) break;
+                const int fd = sw_sync_timeline_create();
+                if (fd < 0) fail("timeline not made", errno);
+                m.reaped();
+                m.timelines.push_back({fd, 0});
+                break;
+            }
+            case 1: {  // make a fence, usually a little ahead of the timeline
+                if (!anyTimeline || m.fences.size() >= kMaxFences) break;
+                const size_t t = in.ConsumeIntegralInRange<size_t>(0, m.timelines.size() - 1);
+                Timeline& tl = m.timelines[t];
+                const uint32_t value = in.ConsumeBool() ? tl.value + pickCount(in) : pickCount(in);
+                const std::string name = in.ConsumeRandomLengthString(40);
+                const int fd = sw_sync_fence_create(tl.fd, name.c_str(), value);
+                m.reaped();
+                if (tl.fd < 0) {
+                    if (fd >= 0) fail("fence made on a closed timeline", fd);
+                    break;
+                }
+                if (fd < 0) fail("fence not made", errno);
+                const int32_t status = ahead(value, tl.value) > 0 ? 0 : 1;
+                m.fences.push_back({{{t, value, status}}, shortName(name), {fd}});
+                break;
+            }
+            case 2: {  // advance
+                if (!anyTimeline) break;
+                const size_t t = in.ConsumeIntegralInRange<size_t>(0, m.timelines.size() - 1);
+                Timeline& tl = m.timelines[t];
+                const uint32_t count = pickCount(in);
+                const int ret = sw_sync_timeline_inc(tl.fd, count);
+                m.reaped();
+                if (tl.fd < 0) break;
+                if (ret != 0) fail("advance failed", errno);
+                // A pending point is 1 to 2^31 - 1 ahead; it signals when the count gets there.
+                for (Fence& f : m.fences)
+                    for (Point& p : f.points)
+                        if (p.timeline == t && p.status == 0 &&
+                            static_cast<uint32_t>(ahead(p.value, tl.value)) <= count)
+                            p.status = 1;
+                tl.value = static_cast<uint32_t>(uint64_t{tl.value} + count);
+                break;
+            }
+            case 3: {  // merge
+                if (!anyFence || m.fences.size() >= kMaxFences) break;
+                const size_t a = in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1);
+                const size_t b = in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1);
+                const std::string name = in.ConsumeRandomLengthString(40);
+                const int fd = sync_merge(name.c_str(), m.fences[a].fds[0], m.fences[b].fds[0]);
+                m.reaped();
+                if (fd < 0) fail("merge failed", errno);
+                m.fences.push_back({mergedPoints(m.fences[a], m.fences[b]), shortName(name), {fd}});
+                break;
+            }
+            case 4: {  // dup
+                if (!anyFence) break;
+                Fence& f = m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
+                const int fd = dup(f.fds[0]);
+                if (fd < 0) fail("dup failed", errno);
+                f.fds.push_back(fd);
+                break;
+            }
+            case 5: {  // close a descriptor: of a fence, or a timeline
+                if (anyFence && in.ConsumeBool()) {
+                    const size_t i = in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1);
+                    Fence& f = m.fences[i];
+                    const size_t j = in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1);
+                    close(f.fds[j]);
+                    f.fds.erase(f.fds.begin() + static_cast<std::ptrdiff_t>(j));
+                    if (f.fds.empty())
+                        m.fences.erase(m.fences.begin() + static_cast<std::ptrdiff_t>(i));
+                } else if (anyTimeline) {
+                    const size_t t = in.ConsumeIntegralInRange<size_t>(0, m.timelines.size() - 1);
+                    if (m.timelines[t].fd < 0) break;
+                    close(m.timelines[t].fd);
+                    m.timelines[t].fd = -1;
+                    m.closedTimelines.push_back(t);
+                }
+                break;
+            }
+            case 6: {  // information
+                if (!anyFence) break;
+                const Fence& f =
+                        m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
+                const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
+                m.reaped();  // sync_file_info reaps before it reads
+                checkInfo(f, fd);
+                break;
+            }
+            default: {  // wait with 0: no libsync call, so nothing closed is reaped
+                if (!anyFence) break;
+                const Fence& f =
+                        m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
+                checkWait(f, f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)]);
+            }
+        }
+    }
+    // Everything the input made, closed: after the next libsync call nothing may be left.
+    for (Fence& f : m.fences)
+        for (int fd : f.fds) close(fd);
+    for (Timeline& t : m.timelines)
+        if (t.fd >= 0) close(t.fd);
+    sync_file_info_free(sync_file_info(-1));
+    const int left = openSocketCount();
+    if (left != sBaseline) fail("descriptors outlive their owners", left, sBaseline);
+    return 0;
+}
