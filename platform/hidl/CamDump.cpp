@@ -1,6 +1,7 @@
 // The host's camera-dump service: maps the block it is given and writes it to a file under
 // its root directory.
 
+#include <android-base/unique_fd.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <hidlmemory/mapping.h>
@@ -31,25 +32,6 @@ using ::android::hardware::Void;
 using ::android::hidl::memory::V1_0::IMemory;
 
 namespace {
-
-// Closes a descriptor when it goes out of scope.
-class UniqueFd {
-public:
-    explicit UniqueFd(int fd = -1) : mFd(fd) {}
-    ~UniqueFd() {
-        if (mFd >= 0) close(mFd);
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    void reset(int fd) {
-        if (mFd >= 0) close(mFd);
-        mFd = fd;
-    }
-    int get() const { return mFd; }
-
-private:
-    int mFd;
-};
 
 // The path's components, empty ones and "." left out.
 std::vector<std::string> componentsOf(const std::string& path) {
@@ -98,7 +80,7 @@ Return<void> HostCamDump::dumpBuffer(const hidl_string& path, const hidl_memory&
     }
     // Walk down from the root one directory at a time; a symbolic link or a file on the way,
     // or as the file itself, refuses the path.
-    UniqueFd dir(open(mRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    android::base::unique_fd dir(open(mRoot.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (size_t i = 0; dir.get() >= 0 && i + 1 < parts.size(); ++i)
         dir.reset(openSubdirectory(dir.get(), parts[i].c_str()));
     const int fd = dir.get() < 0

@@ -6,6 +6,7 @@
 
 #include "Demo.h"
 
+#include <android-base/unique_fd.h>
 #include <android/hidl/allocator/1.0/IAllocator.h>
 #include <android/sw_sync.h>
 #include <android/sync.h>
@@ -91,21 +92,6 @@ int openDescriptors() {
 void settleFences() {
     if (struct sync_file_info* info = sync_file_info(-1)) sync_file_info_free(info);
 }
-
-// Owns a descriptor and closes it.
-class UniqueFd {
-public:
-    explicit UniqueFd(int fd = -1) : mFd(fd) {}
-    ~UniqueFd() {
-        if (mFd >= 0) close(mFd);
-    }
-    UniqueFd(const UniqueFd&) = delete;
-    UniqueFd& operator=(const UniqueFd&) = delete;
-    int get() const { return mFd; }
-
-private:
-    int mFd;
-};
 
 // One buffer of the pool: a shared-memory block from the HIDL allocator, mapped, and the fence
 // the display returned with it last time.
@@ -213,8 +199,8 @@ private:
     std::deque<Buffer*> mFree;
     Channel<Frame> mToDisplay;
     Channel<uint32_t> mToProcessing;
-    std::unique_ptr<UniqueFd> mAcquireTimeline;
-    std::unique_ptr<UniqueFd> mReleaseTimeline;
+    android::base::unique_fd mAcquireTimeline;
+    android::base::unique_fd mReleaseTimeline;
     std::atomic<int64_t> mFencesMade{0};
     std::atomic<bool> mSensorDone{false};
     ThreadLog mSensorLog, mProcessingLog, mDisplayLog;
@@ -256,9 +242,9 @@ bool Pipeline::allocate(std::string* error) {
         mFree.push_back(buffer.get());
         mPool.push_back(std::move(buffer));
     }
-    mAcquireTimeline = std::make_unique<UniqueFd>(sw_sync_timeline_create());
-    mReleaseTimeline = std::make_unique<UniqueFd>(sw_sync_timeline_create());
-    if (mAcquireTimeline->get() < 0 || mReleaseTimeline->get() < 0) {
+    mAcquireTimeline.reset(sw_sync_timeline_create());
+    mReleaseTimeline.reset(sw_sync_timeline_create());
+    if (mAcquireTimeline.get() < 0 || mReleaseTimeline.get() < 0) {
         *error = std::string("cannot make a timeline: ") + strerror(errno);
         return false;
     }
@@ -325,7 +311,7 @@ void Pipeline::sensor() {
             continue;
         }
         fillScene(buffer->data, number);
-        const int fd = sw_sync_fence_create(mAcquireTimeline->get(), "acquire", ++admitted);
+        const int fd = sw_sync_fence_create(mAcquireTimeline.get(), "acquire", ++admitted);
         sp<IFence> acquire = IFence::create(fd);
         if (fd >= 0) ++mFencesMade;
         const int64_t t1 = now();
@@ -350,7 +336,7 @@ void Pipeline::processing() {
         const int64_t t0 = now(), c0 = threadCpuNow();
         // The simulated work: a little more or less with every frame.
         sleepUntil(t0 + static_cast<int64_t>(workUs) * 1000 * (4 + number % 3) / 5);
-        sw_sync_timeline_inc(mAcquireTimeline->get(), 1);
+        sw_sync_timeline_inc(mAcquireTimeline.get(), 1);
         const int64_t t1 = now();
         mProcessingLog.stage(kProcess, t1 - t0, threadCpuNow() - c0);
         mProcessingLog.event("process", t0, t1, number);
@@ -446,16 +432,16 @@ void Pipeline::display() {
 
         // The buffer goes back with a fence that signals when the next frame replaces it on
         // the screen.
-        const int fd = sw_sync_fence_create(mReleaseTimeline->get(), "release", shown + 1);
+        const int fd = sw_sync_fence_create(mReleaseTimeline.get(), "release", shown + 1);
         buffer->release = IFence::create(fd);
         if (fd >= 0) ++mFencesMade;
-        sw_sync_timeline_inc(mReleaseTimeline->get(), 1);
+        sw_sync_timeline_inc(mReleaseTimeline.get(), 1);
         Property::set(String8(kPropShown), String8(std::to_string(shown).c_str()));
         std::lock_guard<std::mutex> lock(mFreeLock);
         mFree.push_back(buffer);
     }
     // Nothing replaces the last frame: let its buffer go.
-    sw_sync_timeline_inc(mReleaseTimeline->get(), 1);
+    sw_sync_timeline_inc(mReleaseTimeline.get(), 1);
     log.printFormatLine("display: %u frames shown", shown);
 }
 
