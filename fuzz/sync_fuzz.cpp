@@ -13,7 +13,9 @@
 #include <android/sync.h>
 #include <dirent.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <fuzzer/FuzzedDataProvider.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -31,19 +33,23 @@ namespace {
     abort();
 }
 
-// The process's open sockets: every emulated fence and timeline is a pair of them. (libFuzzer
-// opens and closes files of its own between inputs, so all descriptors would not do.)
-int openSocketCount() {
+// The process's sockets and pipes that close on exec: every emulated fence is a pair of
+// sockets, every timeline a pipe, all made close-on-exec. (libFuzzer's own files come and go
+// between inputs, and its symbolizer's pipes stay open once started, so all descriptors would
+// not do.) The listing stays open and is read again from the start; fstat tells the kind
+// without the path walk a readlink of each entry would cost.
+int emulatedDescriptorCount() {
+    static DIR* const sDir = opendir("/proc/self/fd");
+    if (sDir == nullptr) fail("cannot list descriptors", errno);
+    rewinddir(sDir);
     int n = 0;
-    DIR* d = opendir("/proc/self/fd");
-    if (d == nullptr) fail("cannot list descriptors", errno);
-    while (const dirent* e = readdir(d)) {
-        char path[64], target[64];
-        snprintf(path, sizeof(path), "/proc/self/fd/%s", e->d_name);
-        const ssize_t len = readlink(path, target, sizeof(target) - 1);
-        if (len > 7 && strncmp(target, "socket:", 7) == 0) ++n;
+    while (const dirent* e = readdir(sDir)) {
+        struct stat st {};
+        const int fd = atoi(e->d_name);
+        if (e->d_name[0] != '.' && fstat(fd, &st) == 0 &&
+            (S_ISSOCK(st.st_mode) || S_ISFIFO(st.st_mode)) && (fcntl(fd, F_GETFD) & FD_CLOEXEC))
+            ++n;
     }
-    closedir(d);
     return n;
 }
 
@@ -179,7 +185,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const int sBaseline = openSocketCount();
+    static const int sBaseline = emulatedDescriptorCount();
     FuzzedDataProvider in(data, size);
     Model m;
     const int ops = in.ConsumeIntegralInRange<int>(1, 48);
@@ -289,7 +295,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     for (Timeline& t : m.timelines)
         if (t.fd >= 0) close(t.fd);
     sync_file_info_free(sync_file_info(-1));
-    const int left = openSocketCount();
+    const int left = emulatedDescriptorCount();
     if (left != sBaseline) fail("descriptors outlive their owners", left, sBaseline);
     return 0;
 }

@@ -1,7 +1,9 @@
 // In-process emulation of software sync timelines.
 //
-// How a fence is made. Every emulated fence and timeline is a connected pair of AF_UNIX
-// SOCK_SEQPACKET sockets: the caller gets one end, the emulation keeps the other ("own end").
+// How a fence is made. Every emulated fence is a connected pair of AF_UNIX SOCK_SEQPACKET
+// sockets: the caller gets one end, the emulation keeps the other ("own end"). A timeline is a
+// pipe: the caller gets the read end, the emulation keeps the write end; a pipe costs half a
+// socket pair to make and a timeline needs no more than to tell when it is closed.
 // A fence's end carries no data while the fence is pending, so poll(POLLIN) blocks on it like on
 // a kernel sync file. When the last point of the fence signals, the emulation sends one message
 // holding the fence's name, status and point records through its own end and closes that end:
@@ -14,13 +16,14 @@
 // While a fence is pending the emulation must keep its own end to be able to signal it, and it
 // must notice when the caller has closed every descriptor of the fence (or of a timeline). A
 // socket tells that reliably: when the last descriptor of one end is closed, the other end
-// reports EPOLLRDHUP. All own ends sit in one epoll set, and every emulated call first reaps
-// what hung up: a pending fence nobody holds is dropped, a closed timeline signals its pending
-// points with -ENOENT as the kernel does. So the descriptors and memory of a fence abandoned
-// before it signalled are released at the next emulated call of the process (the next timeline
-// advance at the latest); a signalled fence needs no call at all.
+// reports EPOLLRDHUP (a pipe's write end reports EPOLLERR when its last reader is closed). All
+// own ends sit in one epoll set, and every emulated call first reaps what hung up: a pending
+// fence nobody holds is dropped, a closed timeline signals its pending points with -ENOENT as
+// the kernel does. So the descriptors and memory of a fence abandoned before it signalled are
+// released at the next emulated call of the process (the next timeline advance at the latest);
+// a signalled fence needs no call at all.
 //
-// Identity. The caller's descriptor is matched to its pending fence or timeline by the socket's
+// Identity. The caller's descriptor is matched to its pending fence or timeline by its file's
 // inode (st_dev, st_ino), which is unique among open files. A recorded inode can only belong
 // to a file that is still open: its entry is dropped by the reap that follows the close, before
 // any lookup under the same lock.
@@ -30,10 +33,12 @@
 #include "emulation.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -171,9 +176,12 @@ bool reached(uint32_t point, uint32_t value) {
     return static_cast<int32_t>(distance(point, value)) <= 0;
 }
 
-bool keyOf(int fd, FileKey* key) {
+// The identity of `fd` when it is of the kind asked for: a socket (fences) or a pipe
+// (timelines).
+bool keyOf(int fd, FileKey* key, bool timeline = false) {
     struct stat st{};
-    if (fstat(fd, &st) != 0 || !S_ISSOCK(st.st_mode)) return false;
+    if (fstat(fd, &st) != 0 || !(timeline ? S_ISFIFO(st.st_mode) : S_ISSOCK(st.st_mode)))
+        return false;
     *key = {st.st_dev, st.st_ino};
     return true;
 }
@@ -202,18 +210,17 @@ void closeOwnEnd(Registry& r, Watched* w) {
 // Hands the records to the caller's end. A failure (the caller has already closed the fence)
 // leaves nothing to do: closing the own end still wakes any waiter.
 void sendRecords(int ownFd, const char (&name)[32], const std::vector<StoredPoint>& points) {
-    const size_t size = sizeof(MessageHeader) + points.size() * sizeof(StoredPoint);
-    std::unique_ptr<char[]> buffer(new (std::nothrow) char[size]);
-    if (buffer == nullptr) return;
     MessageHeader header{};
     header.magic = kMagic;
     memcpy(header.file.name, name, sizeof(header.file.name));
     header.file.status = statusOf(points);
     header.file.num_fences = static_cast<uint32_t>(points.size());
-    memcpy(buffer.get(), &header, sizeof(header));
-    if (!points.empty())
-        memcpy(buffer.get() + sizeof(header), points.data(), points.size() * sizeof(StoredPoint));
-    send(ownFd, buffer.get(), size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    iovec parts[2] = {{&header, sizeof(header)},
+                      {const_cast<StoredPoint*>(points.data()), points.size() * sizeof(StoredPoint)}};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = points.empty() ? 1 : 2;
+    sendmsg(ownFd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void completeFenceLocked(Registry& r, PendingFence* f) {
@@ -318,28 +325,36 @@ bool readFenceLocked(Registry& r, int fd, FenceState* out) {
         out->timelines = it->second->timelines;
         return true;
     }
-    MessageHeader header{};
-    if (recv(fd, &header, sizeof(header), MSG_PEEK | MSG_DONTWAIT) !=
-                static_cast<ssize_t>(sizeof(header)) ||
-        header.magic != kMagic || header.file.num_fences > kMaxPoints) {
-        return false;
-    }
+    // One peek reads a message of a few points; MSG_TRUNC tells the size of a larger one,
+    // which a second peek reads whole.
+    alignas(MessageHeader) char small[sizeof(MessageHeader) + 16 * sizeof(StoredPoint)];
+    const ssize_t got = recv(fd, small, sizeof(small), MSG_PEEK | MSG_DONTWAIT | MSG_TRUNC);
+    if (got < static_cast<ssize_t>(sizeof(MessageHeader))) return false;
+    MessageHeader header;
+    memcpy(&header, small, sizeof(header));
+    if (header.magic != kMagic || header.file.num_fences > kMaxPoints) return false;
     const size_t n = header.file.num_fences;
     const size_t size = sizeof(MessageHeader) + n * sizeof(StoredPoint);
-    std::vector<char> buffer(size);
-    if (recv(fd, buffer.data(), size, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(size))
-        return false;
+    if (static_cast<size_t>(got) != size) return false;
+    std::vector<char> large;
+    const char* message = small;
+    if (size > sizeof(small)) {
+        large.resize(size);
+        if (recv(fd, large.data(), size, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(size))
+            return false;
+        message = large.data();
+    }
     memcpy(out->name, header.file.name, sizeof(out->name));
     out->points.resize(n);
     if (n != 0)
-        memcpy(out->points.data(), buffer.data() + sizeof(MessageHeader), n * sizeof(StoredPoint));
+        memcpy(out->points.data(), message + sizeof(MessageHeader), n * sizeof(StoredPoint));
     out->timelines.assign(n, nullptr);
     return true;
 }
 
 Timeline* findTimelineLocked(Registry& r, int fd) {
     FileKey key;
-    if (!keyOf(fd, &key)) return nullptr;
+    if (!keyOf(fd, &key, true)) return nullptr;
     auto it = r.timelines.find(key);
     return it == r.timelines.end() ? nullptr : it->second.get();
 }
@@ -377,20 +392,20 @@ int emulatedTimelineCreate() {
         prctl(PR_GET_NAME, comm);
         copyName(t->name, comm);
         r.timelines.reserve(r.timelines.size() + 1);
-        int sv[2];
-        if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return -1;
-        t->ownFd = sv[1];
-        if (!keyOf(sv[0], &t->key) || !watch(r, t.get())) {
+        int ends[2];
+        if (pipe2(ends, O_CLOEXEC) != 0) return -1;
+        t->ownFd = ends[1];
+        if (!keyOf(ends[0], &t->key, true) || !watch(r, t.get())) {
             const int saved = errno;
-            close(sv[0]);
-            close(sv[1]);
+            close(ends[0]);
+            close(ends[1]);
             errno = saved;
             return -1;
         }
         Timeline* raw = t.get();
         r.timelines.emplace(raw->key, std::move(t));
         sInUse.store(true, std::memory_order_release);
-        return sv[0];
+        return ends[0];
     } catch (const std::bad_alloc&) {
         errno = ENOMEM;
         return -1;
