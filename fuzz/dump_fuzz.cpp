@@ -51,15 +51,21 @@ std::string gBase;  // the temporary directory, removed at exit and on failure
     abort();
 }
 
-// Blocks in memory files: the host's own allocator makes a file on disk for each, which would
-// cost most of the time of an input, and the allocator is not what is fuzzed here.
+constexpr size_t kMaxBuffer = 64;
+
+// Every block is a duplicate of one memory file: the allocator is not what is fuzzed here, and
+// a dump holds one block at a time, so they need not be apart.
 class MemfdAllocator : public IAllocator {
 public:
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
-        const int fd = memfd_create("dump_fuzz_block", MFD_CLOEXEC);
+        static const int sFile = [] {
+            const int fd = memfd_create("dump_fuzz_block", MFD_CLOEXEC);
+            if (fd < 0 || ftruncate(fd, kMaxBuffer) != 0) fail("cannot make the block file", "");
+            return fd;
+        }();
+        const int fd = size <= kMaxBuffer ? fcntl(sFile, F_DUPFD_CLOEXEC, 0) : -1;
         native_handle_t* handle = native_handle_create(1, 0);
-        if (fd < 0 || handle == nullptr || ftruncate(fd, static_cast<off_t>(size)) != 0)
-            fail("cannot allocate a block", "");
+        if (fd < 0 || handle == nullptr) fail("cannot allocate a block", "");
         handle->data[0] = fd;
         cb(true, hidl_memory("ashmem", handle, size));
         native_handle_close(handle);
@@ -137,9 +143,11 @@ std::vector<Stamp> stampOutside() {
     return out;
 }
 
-void checkOutsideUntouched(const std::string& path) {
+// Times only move on, so one look after the input's last call tells a change by any of them;
+// `paths` names them all.
+void checkOutsideUntouched(const std::string& paths) {
     static const std::vector<Stamp> sBefore = stampOutside();
-    if (stampOutside() != sBefore) fail("something outside the root changed", path);
+    if (stampOutside() != sBefore) fail("something outside the root changed", paths);
 }
 
 // Runs `call` with stderr going to a memory file, and returns what was written there.
@@ -168,30 +176,38 @@ std::string captureStderr(Call&& call) {
     return out;
 }
 
-// Removes everything inside the directory `dir` (a descriptor), never following a link.
-void emptyDirectory(int dir) {
-    DIR* d = fdopendir(dup(dir));
-    if (d == nullptr) fail("cannot list the root", "");
-    rewinddir(d);  // the duplicate shares the descriptor's position
-    while (const dirent* e = readdir(d)) {
-        if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
-        struct stat st {};
-        const bool isDir = e->d_type == DT_UNKNOWN
-                                   ? fstatat(dir, e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
-                                             S_ISDIR(st.st_mode)
-                                   : e->d_type == DT_DIR;
-        if (isDir) {
-            const int sub = openat(dir, e->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-            if (sub >= 0) {
-                emptyDirectory(sub);
-                close(sub);
+// Removes everything inside the directory `dir` (a descriptor) but the entry `keep`, never
+// following a link. The entries are read with getdents64 into the stack: a DIR stream would
+// cost a large buffer and a duplicate descriptor for each directory.
+void emptyDirectory(int dir, const char* keep = nullptr) {
+    alignas(dirent64) char buf[4096];
+    lseek(dir, 0, SEEK_SET);
+    ssize_t n;
+    while ((n = getdents64(dir, buf, sizeof(buf))) > 0) {
+        for (ssize_t at = 0; at < n;) {
+            const auto* e = reinterpret_cast<const dirent64*>(buf + at);
+            at += e->d_reclen;
+            if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+            struct stat st {};
+            const bool isDir = e->d_type == DT_UNKNOWN
+                                       ? fstatat(dir, e->d_name, &st, AT_SYMLINK_NOFOLLOW) == 0 &&
+                                                 S_ISDIR(st.st_mode)
+                                       : e->d_type == DT_DIR;
+            if (isDir) {
+                const int sub =
+                        openat(dir, e->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+                if (sub >= 0) {
+                    emptyDirectory(sub);
+                    close(sub);
+                }
+                if (keep == nullptr || strcmp(e->d_name, keep) != 0)
+                    unlinkat(dir, e->d_name, AT_REMOVEDIR);
+            } else {
+                unlinkat(dir, e->d_name, 0);
             }
-            unlinkat(dir, e->d_name, AT_REMOVEDIR);
-        } else {
-            unlinkat(dir, e->d_name, 0);
         }
     }
-    closedir(d);
+    if (n < 0) fail("cannot list a directory in the root", "");
 }
 
 const char* const kParts[] = {"sdcard", "data", "engineercamera", "..",     ".",  "",
@@ -230,11 +246,17 @@ std::string entryName(FuzzedDataProvider& in) {
 // Fills `base` with what the input asks: directories, plain files and symbolic links, which
 // lead anywhere, or (`inside`) only to places within the root that hold no links themselves.
 void populate(FuzzedDataProvider& in, const std::string& base, bool inside) {
-    const Places& p = places();
-    const std::string anywhere[] = {
-            p.outside, p.outside + "/victim", p.outside + "/dir", "../outside", "..", "../..", "/",
-            "nowhere", p.root + "/a",         p.root + "/sdcard"};
-    const std::string within[] = {"nowhere", "a", ".", base + "/a", base + "/b/file"};
+    static const std::vector<std::string> sAnywhere = [] {
+        const Places& p = places();
+        return std::vector<std::string>{
+                p.outside, p.outside + "/victim", p.outside + "/dir", "../outside", "..", "../..",
+                "/",       "nowhere",             p.root + "/a",      p.root + "/sdcard"};
+    }();
+    static const std::vector<std::string> sWithin = [] {
+        const std::string mk = places().root + "/mk";
+        return std::vector<std::string>{"nowhere", "a", ".", mk + "/a", mk + "/b/file"};
+    }();
+    const std::vector<std::string>& targets = inside ? sWithin : sAnywhere;
     const int n = in.ConsumeIntegralInRange<int>(0, 6);
     for (int i = 0; i < n; ++i) {
         std::string at = base;
@@ -242,9 +264,9 @@ void populate(FuzzedDataProvider& in, const std::string& base, bool inside) {
         bool real = true;  // only through real directories: the input's links are for the library
         for (int d = 0; d < depth && real; ++d) {
             at += "/" + entryName(in);
-            mkdir(at.c_str(), 0700);
             struct stat st {};
-            real = lstat(at.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+            real = mkdir(at.c_str(), 0700) == 0 ||
+                   (lstat(at.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
         }
         if (!real) continue;
         const std::string name = at + "/" + entryName(in);
@@ -256,8 +278,7 @@ void populate(FuzzedDataProvider& in, const std::string& base, bool inside) {
                 close(open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
                 break;
             default:
-                symlink((inside ? in.PickValueInArray(within) : in.PickValueInArray(anywhere))
-                                .c_str(),
+                symlink(targets[in.ConsumeIntegralInRange<size_t>(0, targets.size() - 1)].c_str(),
                         name.c_str());
         }
     }
@@ -272,10 +293,17 @@ std::string rewritten(const std::string& path) {
     return slash == std::string::npos ? "/sdcard" : "/sdcard" + path.substr(slash);
 }
 
-void dump(FuzzedDataProvider& in) {
+// The input's paths, as fail() quotes them: "a" "b".
+void addPath(std::string* paths, const std::string& path) {
+    if (!paths->empty()) *paths += "\" \"";
+    *paths += path;
+}
+
+void dump(FuzzedDataProvider& in, std::string* paths) {
     const std::string path = pickPath(in);
+    addPath(paths, path);
     std::vector<unsigned char> buf =
-            in.ConsumeBytes<unsigned char>(in.ConsumeIntegralInRange<size_t>(1, 64));
+            in.ConsumeBytes<unsigned char>(in.ConsumeIntegralInRange<size_t>(1, kMaxBuffer));
     if (buf.empty()) buf.push_back(0x5A);
     bool sent = false;
     const std::string err = captureStderr([&] {
@@ -283,7 +311,6 @@ void dump(FuzzedDataProvider& in) {
                                              static_cast<unsigned>(buf.size()));
     });
     if (!sent) fail("dump service missing", path);
-    checkOutsideUntouched(path);
     if (err.find("camdump: ") != std::string::npos) return;  // refused, with its line
     // Written: a regular file at the path under the root, reached without links.
     const std::string target = places().root + "/" + rewritten(path);
@@ -293,16 +320,16 @@ void dump(FuzzedDataProvider& in) {
         fail("the file does not hold the buffer", path);
 }
 
-void makePath(FuzzedDataProvider& in) {
+void makePath(FuzzedDataProvider& in, std::string* paths) {
     // Under ROOT/mk, where the input's links lead only within the root; ".." stays out, since
     // a caller's ".." may rightly leave any directory.
     std::string rel = pickPath(in);
     for (size_t at; (at = rel.find("..")) != std::string::npos;) rel.replace(at, 2, "d");
     const std::string path = places().root + "/mk/" + rel;
+    addPath(paths, path);
     const unsigned mode = 0700 | in.ConsumeIntegralInRange<unsigned>(0, 0777);
     zorcam_fuzz::clearLog();
     const bool made = NSCam::Utils::makePath(path.c_str(), mode);
-    checkOutsideUntouched(path);
     struct stat st {};
     const bool isDir = stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
     // mkdir's EEXIST counts as made (someone else made it meanwhile) without a second look, so
@@ -335,20 +362,25 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     }();
     const Places& p = places();
     FuzzedDataProvider in(data, size);
+    static const std::string sMk = [&] {
+        mkdir((p.root + "/mk").c_str(), 0700);
+        return p.root + "/mk";
+    }();
     populate(in, p.root, false);
-    mkdir((p.root + "/mk").c_str(), 0700);
-    populate(in, p.root + "/mk", true);
+    populate(in, sMk, true);
     const int ops = in.ConsumeIntegralInRange<int>(1, 4);
+    std::string paths;
     for (int i = 0; i < ops && in.remaining_bytes() > 0; ++i) {
         if (in.ConsumeBool())
-            dump(in);
+            dump(in, &paths);
         else
-            makePath(in);
+            makePath(in, &paths);
     }
-    // Start the next input from an empty root: links are removed, never followed.
+    checkOutsideUntouched(paths);
+    // Start the next input from an empty root (but for the empty "mk"): links are removed,
+    // never followed.
     static const int sRoot = open(p.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    emptyDirectory(sRoot);
+    emptyDirectory(sRoot, "mk");
     zorcam_fuzz::clearLog();
-    checkOutsideUntouched("");
     return 0;
 }
