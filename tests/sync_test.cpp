@@ -185,20 +185,6 @@ TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
                            " didn't signal in 3000 ms");
 }
 
-// Several threads wait on one fence; each that returns finds it signalled.
-TEST_F(SyncTest, WaitersReturnWhenAnotherThreadSignals) {
-    sp<IFence> f = fenceAt(1);
-    std::atomic<int> ok{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 8; ++i)
-        waiters.emplace_back([&f, &ok, i] {
-            ok += f->wait(i % 2 ? -1 : 60000) == 0 && f->getSignalTime() != INT64_MAX;
-        });
-    advance();
-    for (auto& t : waiters) t.join();
-    EXPECT_EQ(ok.load(), 8);
-}
-
 // One fence shared by many threads: four wait on it while four merge it, duplicate its
 // descriptor and drop their references, and the test drops its own before it signals. Every
 // waiter and every merged fence sees the one signal, and no descriptor outlives its fence.
@@ -258,21 +244,6 @@ TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
 }
 
 // ---- Stress, at the sizes platform sync suites use.
-
-TEST_F(SyncTest, TwoThreadsTakeTurnsThroughFences) {
-    std::atomic<unsigned> turn{0}, faults{0};
-    auto player = [&](unsigned first) {
-        for (unsigned i = first; i < 65536; i += 2) {
-            faults += fenceAt(i)->wait(-1) != 0 || turn.load() != i;
-            turn.store(i + 1);
-            sw_sync_timeline_inc(mTimeline, 1);
-        }
-    };
-    std::thread other(player, 1u);
-    player(0);
-    other.join();
-    EXPECT_EQ(faults.load(), 0u);
-}
 
 // Each round the consumer releases 16 producers and waits for all of them on one merged fence.
 TEST_F(SyncTest, ConsumerWaitsOnMergedFencesOfSixteenProducers) {
