@@ -15,11 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -268,34 +266,6 @@ TEST_F(SyncTest, ConsumerWaitsOnMergedFencesOfSixteenProducers) {
     }
     for (auto& t : producers) t.join();
     EXPECT_EQ(faults.load(), 0u);
-}
-
-TEST_F(SyncTest, RandomMergesKeepOnePointPerTimeline) {
-    std::vector<int> timelines(32);
-    for (int& t : timelines) t = newTimeline();
-    std::vector<unsigned> latest(timelines.size(), 0);
-    std::mt19937 rng(1234);
-    size_t distinct = 0;
-    sp<IFence> merged = IFence::NO_FENCE;
-    for (int i = 0; i < 32768; ++i) {
-        const size_t t = rng() % timelines.size();
-        const unsigned value = 1 + rng() % 1000;
-        distinct += latest[t] == 0;
-        latest[t] = std::max(latest[t], value);
-        merged = IFence::merge("random", merged, fenceAt(value, timelines[t]));
-        struct sync_file_info* info = sync_file_info(merged->getFd());
-        ASSERT_EQ(info != nullptr ? info->num_fences : 0u, distinct) << "merge " << i;
-        sync_file_info_free(info);
-    }
-    // One short of the latest value on every timeline, then the last steps one by one in a
-    // random order: only the last step of all signals the merged fence.
-    for (size_t t = 0; t < timelines.size(); ++t) advance(latest[t] - 1, timelines[t]);
-    std::shuffle(timelines.begin(), timelines.end(), rng);
-    for (int t : timelines) {
-        EXPECT_EQ(merged->wait(0), -ETIME);
-        advance(1, t);
-    }
-    EXPECT_EQ(merged->wait(0), 0);
 }
 
 }  // namespace
