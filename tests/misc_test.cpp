@@ -100,9 +100,7 @@ TEST_F(FaultsTest, CallStackIsOneInfoEntryStartingAtTheCaller) {
 // What getThreadPriority answers, checked against the kernel's own view.
 void expectPriority(int policy, int priority) {
     int p = -2, v = -2;
-    EXPECT_TRUE(getThreadPriority(p, v));
-    EXPECT_EQ(p, policy);
-    EXPECT_EQ(v, priority);
+    EXPECT_TRUE(getThreadPriority(p, v) && p == policy && v == priority) << p << " " << v;
     EXPECT_EQ(sched_getscheduler(0), policy);
     if (policy == SCHED_OTHER) { EXPECT_EQ(getpriority(PRIO_PROCESS, 0), priority); }
 }
