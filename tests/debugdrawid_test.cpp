@@ -21,15 +21,8 @@ namespace {
 // load (2 in tests, which keeps debug lines back); the hook below lets a test choose.
 int gLogLevel = 3;
 
-// Glyphs as drawn on paper, side by side: '#' foreground, '.' background. Entry r of a block
-// is glyph row r; digits are 5 columns wide, letters 6.
-const char* const kDigits[5] = {
-        ".###....#..###..###..#.#..###..#....###..###..###.",
-        ".#.#....#....#....#..#.#..#....#....#.#..#.#..#.#.",
-        ".#.#....#..###..###..###..###..###....#..###..###.",
-        ".#.#....#..#......#....#....#..#.#....#..#.#....#.",
-        ".###....#..###..###....#..###..###....#..###..###.",
-};
+// Letters as drawn on paper, side by side: '#' foreground, '.' background. Entry r of a block
+// is glyph row r, 6 columns a letter. Digits come from the numeric stamp's own font.
 const char* const kLetters[2][5] = {  // A to M, N to Z
         {"..#...####...###..####..#####.#####..####.#...#.#####.#####.#...#.#.....#...#.",
          ".#.#..#...#.#...#.#...#.#.....#.....#.....#...#...#.....#...#..#..#.....##.##.",
@@ -52,8 +45,9 @@ std::string glyphRow(const std::string& shown, int r, bool text) {
     std::string row;
     for (char c : shown) {
         const int l = c - 'A';
-        row += c > '9' ? std::string(kLetters[l / 13][r] + 6 * (l % 13), 6)
-                       : (text ? "." : "") + std::string(kDigits[r] + 5 * (c - '0'), 5);
+        if (c > '9') row += std::string(kLetters[l / 13][r] + 6 * (l % 13), 6);
+        for (int k = text ? -1 : 0; c <= '9' && k < 5; ++k)
+            row += k >= 0 && NSCam::Utils::DrawID::kDigitFont[c - '0'][r * 5 + k] ? '#' : '.';
     }
     return row;
 }

@@ -122,28 +122,23 @@ TEST_F(DemoTest, EveryDumpHoldsTheStampOfItsFrame) {
 }
 
 TEST_F(DemoTest, ReportPicturesDecodeAndChartsAndPageParse) {
-    std::set<std::string> files;
-    for (const auto& entry : fs::directory_iterator(dir())) files.insert(entry.path().filename());
-    for (const char* expected : {"index.html", "trace.json", "contact_sheet.png",
-                                 "pacing_histogram.svg", "frame_intervals.svg", "fps.svg"}) {
-        EXPECT_EQ(files.count(expected), 1u) << expected;
-    }
+    // The pictures decode and the charts parse; the frame pictures, the trace and the page
+    // are read by the other tests and below.
     xmlSetStructuredErrorFunc(nullptr, countXmlError);
-    for (const std::string& file : files) {
+    for (const char* file :
+         {"contact_sheet.png", "pacing_histogram.svg", "frame_intervals.svg", "fps.svg"}) {
         const std::string path = dir() / file;
-        sXmlErrors = 0;
-        const std::string ext = fs::path(file).extension();
-        if (ext == ".png") {
-            Rgb picture;
-            EXPECT_TRUE(readPng(path, &picture)) << file;
-            EXPECT_GT(picture.width, 0) << file;
-        } else if (ext == ".svg") {
-            xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
-            ASSERT_NE(doc, nullptr) << file;
-            EXPECT_STREQ(reinterpret_cast<const char*>(xmlDocGetRootElement(doc)->name), "svg");
-            xmlFreeDoc(doc);
-            EXPECT_EQ(sXmlErrors, 0) << file;
+        Rgb picture;
+        if (fs::path(file).extension() == ".png") {
+            EXPECT_TRUE(readPng(path, &picture) && picture.width > 0) << file;
+            continue;
         }
+        sXmlErrors = 0;
+        xmlDocPtr doc = xmlReadFile(path.c_str(), nullptr, XML_PARSE_NONET);
+        ASSERT_NE(doc, nullptr) << file;
+        EXPECT_STREQ(reinterpret_cast<const char*>(xmlDocGetRootElement(doc)->name), "svg");
+        xmlFreeDoc(doc);
+        EXPECT_EQ(sXmlErrors, 0) << file;
     }
 
     sXmlErrors = 0;

@@ -13,10 +13,7 @@
 
 namespace {
 
-struct Symbol {
-    const char* what;
-    const char* mangled;
-};
+struct Symbol { const char* what; const char* mangled; };
 
 const Symbol kExported[] = {
         {"zorcam_testLog", "zorcam_testLog"},

@@ -56,33 +56,15 @@ TEST_F(FormatTest, CatalogueInvariantsAndSampleRows) {
         EXPECT_TRUE(i == 0 || map.keyAt(i - 1) < id) << "ids out of order";
         EXPECT_EQ(DescriptorFields::id(fmt), id);
         EXPECT_TRUE(names.insert(fmt.getName()).second) << "duplicate name";
-        const size_t planes = fmt.getPlaneCount();
-        ASSERT_TRUE(planes >= 1 && planes <= 3) << planes;
-        // Image bits = each plane's bits times its share of the full-resolution grid.
-        int sixteenths = 0;
-        for (size_t p = 0; p < planes; ++p) {
-            const size_t share = fmt.getPlaneWidthInPixels(p, 4) * fmt.getPlaneHeightInPixels(p, 4);
-            sixteenths += fmt.getPlaneBitsPerPixel(p) * static_cast<int>(share);
-        }
-        for (size_t p = planes; p < 3; ++p) EXPECT_EQ(fmt.getPlaneBitsPerPixel(p), 0);
-        EXPECT_EQ(checkValidBufferInfo(id), fmt.checkValidBufferInfo());
-        if (id >= 0x2208 && id <= 0x220F) {  // UFO Bayer: plane 0 carries the image bits
-            EXPECT_EQ(planes, 3u);
-            EXPECT_FALSE(fmt.checkValidBufferInfo());
-            EXPECT_EQ(fmt.getPlaneBitsPerPixel(2), 0);
-            EXPECT_EQ(fmt.getPlaneBitsPerPixel(0), fmt.getImageBitsPerPixel());
-        } else {
-            EXPECT_TRUE(fmt.checkValidBufferInfo());
-            EXPECT_EQ(sixteenths, fmt.getImageBitsPerPixel() * 16);
-        }
+        // The compressed UFO Bayer formats, alone, have no plane sum (format_fuzz checks the
+        // sum of the others).
+        EXPECT_EQ(fmt.checkValidBufferInfo(), id < 0x2208 || id > 0x220F);
     }
     // A sample of rows reads back exactly as catalogued.
     const struct { int id; const char *name, *desc; size_t planes; int bits; } rows[] = {
         {0x32315659, "YV12", "YV12, 3 plane (Y)(V)(U), 420p", 3, 12},
         {0x20203859, "Y8", " 8-bit Y plane, 1 plane", 1, 8},
         {0x2218, "BAYER22_PAK", "Bayer24 pak, 24bits", 1, 24},
-        {0x201C, "ZOR_YUV_P010_3PLANE", "ZOR_YUV_P010_3PLANE, 3 plane (Y),(U),(V)", 3, 15},
-        {0x221A, "WARP_2PLANE", "WARP_2PLANE", 2, 64},
         {0x2210, "UFO_FG", "ufo length table, 8-bit", 1, 8},
     };
     for (const auto& r : rows) {
@@ -112,16 +94,12 @@ TEST_F(FormatTest, GeometryOfEveryFamily) {
         EXPECT_EQ(queryPlaneHeightInPixels(c.id, 1, 1081), c.height1);
         EXPECT_EQ(queryPlaneWidthInPixels(c.id, 5, 1921), c.width1);
     }
-    // Planes past the count have no bits; widths still halve down to 0.
-    EXPECT_EQ(queryPlaneWidthInPixels(0x11, 1, 1), 0u);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x11, 2), 0);
-    EXPECT_EQ(queryPlaneBitsPerPixel(0x32315659, 1000000), 0);
 }
 
 TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
     setULog(0x2, 2, 0x40007000);
     EXPECT_FALSE(checkValidFormat(0));
-    auto u = ulogLines();
+    const auto u = ulogLines();
     ASSERT_EQ(u.size(), 84u);
     EXPECT_EQ(u[0].text, "[dumpMapInformation] map size is 82");
     EXPECT_EQ(u[1].text, "[dumpMapInformation] Index (0): Key = 0x1, value = RGBA8888");
@@ -130,23 +108,12 @@ TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
     EXPECT_EQ(u[83].text, "[checkValidFormat] Unsupported Image Format: 0");
     for (const auto& line : u) EXPECT_EQ(line.type, NSCam::Utils::ULog::DETAILS_WARNING);
 
-    // Every query fails the same way, for gaps in the id groups and negative ids alike.
-    for (int id : {0x221D, 0x2405, -1}) {
-        SCOPED_TRACE(id);
-        clearLogs();
-        EXPECT_EQ(queryImageFormatName(id), "unknown");
-        EXPECT_EQ(queryPlaneCount(id) + queryPlaneWidthInPixels(id, 0, 1920) +
-                          queryPlaneHeightInPixels(id, 0, 1080),
-                  0u);
-        EXPECT_EQ(queryPlaneBitsPerPixel(id, 0) + queryImageBitsPerPixel(id), 0);
-        EXPECT_FALSE(checkValidBufferInfo(id));
-        u = ulogLines();
-        ASSERT_EQ(u.size(), 7u * 84u);
-        char expected[80];
-        snprintf(expected, sizeof(expected), "[%s] Unsupported Image Format: %#x",
-                 "queryImageBitsPerPixel", static_cast<unsigned>(id));
-        EXPECT_EQ(u[6 * 84 - 1].text, expected);
-    }
+    // Each query that fails writes the dump and its own line (format_fuzz tries every query).
+    clearLogs();
+    EXPECT_EQ(queryImageBitsPerPixel(-1), 0);
+    EXPECT_EQ(ulogLines().size(), 84u);
+    EXPECT_EQ(ulogLines().back().text,
+              "[queryImageBitsPerPixel] Unsupported Image Format: 0xffffffff");
 }
 
 TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
@@ -168,52 +135,29 @@ TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
 // one thread gets alone, and each query writes its verbose line exactly once, to the unified
 // logger only.
 TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
-    struct Row {
-        int id;
-        std::string name;
-        size_t planes, width1, height1;
-        int bits, bits1;
-    };
-    std::vector<Row> rows;
-    std::map<std::string, int> expected;  // verbose line -> times it is written
     constexpr int kThreads = 8, kRounds = 10;
-    {
-        const ImgFmtMap map = getMapper();
-        for (size_t i = 0; i < map.size(); ++i) {
-            const IImgFmt& f = *map.valueAt(i);
-            rows.push_back({map.keyAt(i), f.getName(), f.getPlaneCount(),
-                            f.getPlaneWidthInPixels(1, 1920), f.getPlaneHeightInPixels(1, 1080),
-                            f.getImageBitsPerPixel(), f.getPlaneBitsPerPixel(1)});
-            const Row& r = rows.back();
-            const std::string n = "] [" + r.name + "] ";
-            expected["[queryPlaneCount" + n + "plane count " + std::to_string(r.planes)] +=
-                    kThreads * kRounds;
-            expected["[queryPlaneWidthInPixels" + n + "Width in pixels " +
-                     std::to_string(r.width1) + " @ 1-th plane"] += kThreads * kRounds;
-            expected["[queryImageBitsPerPixel" + n + "bits per pixel " + std::to_string(r.bits)] +=
-                    kThreads * kRounds;
-            expected["[queryPlaneHeightInPixels" + n + "Height in pixels " +
-                     std::to_string(r.height1) + " @ 1-th plane"] += kThreads * kRounds;
-            expected["[queryPlaneBitsPerPixel" + n + "bits per pixel " + std::to_string(r.bits1) +
-                     " @ 1-th plane"] += kThreads * kRounds;
-        }
-    }
-    ASSERT_EQ(rows.size(), 82u);
+    const ImgFmtMap map = getMapper();
+    auto ask = [](int id) {
+        return std::vector<int64_t>{
+                static_cast<int64_t>(queryPlaneCount(id)),
+                static_cast<int64_t>(queryPlaneWidthInPixels(id, 1, 1920)),
+                static_cast<int64_t>(queryPlaneHeightInPixels(id, 1, 1080)),
+                queryImageBitsPerPixel(id), queryPlaneBitsPerPixel(id, 1), checkValidFormat(id)};
+    };
+    std::vector<std::vector<int64_t>> alone;
+    for (size_t i = 0; i < map.size(); ++i) alone.push_back(ask(map.keyAt(i)));
+    clearLogs();
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < kThreads; ++t)
         threads.emplace_back([&] {
             for (int round = 0; round < kRounds; ++round)
-                for (const Row& r : rows) {
-                    const ImgFmtMap map = getMapper();
-                    const android::sp<IImgFmt> f = map.valueFor(r.id);
-                    wrong += map.size() != rows.size() || f == nullptr || r.name != f->getName();
-                    wrong += queryImageFormatName(r.id) != r.name || !checkValidFormat(r.id);
-                    wrong += queryPlaneCount(r.id) != r.planes ||
-                             queryPlaneWidthInPixels(r.id, 1, 1920) != r.width1 ||
-                             queryImageBitsPerPixel(r.id) != r.bits ||
-                             queryPlaneHeightInPixels(r.id, 1, 1080) != r.height1 ||
-                             queryPlaneBitsPerPixel(r.id, 1) != r.bits1;
+                for (size_t i = 0; i < alone.size(); ++i) {
+                    const int id = map.keyAt(i);
+                    const ImgFmtMap copy = getMapper();
+                    const android::sp<IImgFmt> f = copy.valueFor(id);
+                    wrong += copy.size() != alone.size() || f == nullptr ||
+                             queryImageFormatName(id) != f->getName() || ask(id) != alone[i];
                 }
         });
     for (auto& t : threads) t.join();
@@ -225,7 +169,13 @@ TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
         wrong += l.type != NSCam::Utils::ULog::DETAILS_VERBOSE || l.tag != "ZorCam/Utils";
     }
     EXPECT_EQ(wrong.load(), 0) << "lines of another type or tag";
-    EXPECT_TRUE(seen == expected) << seen.size() << " distinct lines, " << expected.size()
-                                  << " expected";
+    EXPECT_EQ(seen.size(), 5 * alone.size());
+    for (const auto& [text, n] : seen) EXPECT_EQ(n, kThreads * kRounds) << text;
+    for (const char* text : {"[queryPlaneCount] [YV12] plane count 3",
+                             "[queryPlaneWidthInPixels] [YV12] Width in pixels 960 @ 1-th plane",
+                             "[queryPlaneHeightInPixels] [YV12] Height in pixels 540 @ 1-th plane",
+                             "[queryImageBitsPerPixel] [YV12] bits per pixel 12",
+                             "[queryPlaneBitsPerPixel] [YV12] bits per pixel 8 @ 1-th plane"})
+        EXPECT_EQ(seen.count(text), 1u) << text;
     EXPECT_EQ(getMapper().size(), 82u);  // no copy changed the registry
 }

@@ -15,11 +15,9 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <functional>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -185,20 +183,6 @@ TEST_F(SyncTest, WaitsPassTimeOutsAndErrorsBack) {
                            " didn't signal in 3000 ms");
 }
 
-// Several threads wait on one fence; each that returns finds it signalled.
-TEST_F(SyncTest, WaitersReturnWhenAnotherThreadSignals) {
-    sp<IFence> f = fenceAt(1);
-    std::atomic<int> ok{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 8; ++i)
-        waiters.emplace_back([&f, &ok, i] {
-            ok += f->wait(i % 2 ? -1 : 60000) == 0 && f->getSignalTime() != INT64_MAX;
-        });
-    advance();
-    for (auto& t : waiters) t.join();
-    EXPECT_EQ(ok.load(), 8);
-}
-
 // One fence shared by many threads: four wait on it while four merge it, duplicate its
 // descriptor and drop their references, and the test drops its own before it signals. Every
 // waiter and every merged fence sees the one signal, and no descriptor outlives its fence.
@@ -259,21 +243,6 @@ TEST_F(SyncTest, CyclesLeaveNoDescriptorOpen) {
 
 // ---- Stress, at the sizes platform sync suites use.
 
-TEST_F(SyncTest, TwoThreadsTakeTurnsThroughFences) {
-    std::atomic<unsigned> turn{0}, faults{0};
-    auto player = [&](unsigned first) {
-        for (unsigned i = first; i < 65536; i += 2) {
-            faults += fenceAt(i)->wait(-1) != 0 || turn.load() != i;
-            turn.store(i + 1);
-            sw_sync_timeline_inc(mTimeline, 1);
-        }
-    };
-    std::thread other(player, 1u);
-    player(0);
-    other.join();
-    EXPECT_EQ(faults.load(), 0u);
-}
-
 // Each round the consumer releases 16 producers and waits for all of them on one merged fence.
 TEST_F(SyncTest, ConsumerWaitsOnMergedFencesOfSixteenProducers) {
     std::vector<int> timelines(16);
@@ -297,34 +266,6 @@ TEST_F(SyncTest, ConsumerWaitsOnMergedFencesOfSixteenProducers) {
     }
     for (auto& t : producers) t.join();
     EXPECT_EQ(faults.load(), 0u);
-}
-
-TEST_F(SyncTest, RandomMergesKeepOnePointPerTimeline) {
-    std::vector<int> timelines(32);
-    for (int& t : timelines) t = newTimeline();
-    std::vector<unsigned> latest(timelines.size(), 0);
-    std::mt19937 rng(1234);
-    size_t distinct = 0;
-    sp<IFence> merged = IFence::NO_FENCE;
-    for (int i = 0; i < 32768; ++i) {
-        const size_t t = rng() % timelines.size();
-        const unsigned value = 1 + rng() % 1000;
-        distinct += latest[t] == 0;
-        latest[t] = std::max(latest[t], value);
-        merged = IFence::merge("random", merged, fenceAt(value, timelines[t]));
-        struct sync_file_info* info = sync_file_info(merged->getFd());
-        ASSERT_EQ(info != nullptr ? info->num_fences : 0u, distinct) << "merge " << i;
-        sync_file_info_free(info);
-    }
-    // One short of the latest value on every timeline, then the last steps one by one in a
-    // random order: only the last step of all signals the merged fence.
-    for (size_t t = 0; t < timelines.size(); ++t) advance(latest[t] - 1, timelines[t]);
-    std::shuffle(timelines.begin(), timelines.end(), rng);
-    for (int t : timelines) {
-        EXPECT_EQ(merged->wait(0), -ETIME);
-        advance(1, t);
-    }
-    EXPECT_EQ(merged->wait(0), 0);
 }
 
 }  // namespace
