@@ -7,7 +7,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <mutex>
 #include <string>
+#include <thread>
 
 using NSCam::Utils::DurationTool;
 using namespace zorcam_test;
@@ -54,6 +57,44 @@ TEST_F(DurationToolTest, RateLines) {
     vclock::advance(100000000);
     clocked.update();
     show(clocked, "[clock] fps: 1 / 100000000 ns = 10.000000");
+}
+
+// A producer counts frames while a reader shows the rate, the owner serialising the two with
+// its lock: every line shows a count the producer had reached, never fewer than the line
+// before, with the elapsed time of exactly that many frames; the last shows them all.
+TEST_F(DurationToolTest, ProducerCountsWhileAReaderShowsTheRate) {
+    if (!zorcam_testLog(nullptr, 'D')) {
+        EXPECT_TRUE(runWithCameraLogLevel("DurationToolTest.ProducerCountsWhileAReaderShows*", 3));
+        return;
+    }
+    constexpr int kFrames = 3000, kShows = 300;
+    constexpr long kFrameNs = 1000000;
+    DurationTool meter("preview", 0);
+    std::mutex owner;
+    std::thread producer([&] {
+        for (int i = 1; i <= kFrames; ++i) {
+            std::lock_guard<std::mutex> lock(owner);
+            meter.update(i * kFrameNs);
+        }
+    });
+    for (int i = 0; i < kShows; ++i) {
+        std::lock_guard<std::mutex> lock(owner);
+        meter.showFps();
+    }
+    producer.join();
+    meter.showFps();
+    const auto lines = androidLines();
+    ASSERT_EQ(lines.size(), size_t{kShows + 1});
+    int last = 0;
+    for (const auto& l : lines) {
+        int count = -1;
+        long elapsed = -1;
+        ASSERT_EQ(sscanf(l.text.c_str(), "[preview] fps: %d / %ld ns", &count, &elapsed), 2)
+                << l.text;
+        EXPECT_TRUE(count >= last && count <= kFrames && elapsed == count * kFrameNs) << l.text;
+        last = count;
+    }
+    EXPECT_EQ(lines.back().text, "[preview] fps: 3000 / 3000000000 ns = 1000.000000");
 }
 
 }  // namespace

@@ -9,7 +9,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -196,6 +199,45 @@ TEST_F(FrameControllerTest, PacesBetweenMinAndMaxSleepThroughAdjustAndResetModes
                                      "),nddt(88333333),fi(33333333),ti(18083333)"};
         EXPECT_EQ(lines(5), c.after == left - 15 * kMs ? warnings : Lines{});
     }
+}
+
+// The display thread paces a stream while another thread reads what the controller logs: the
+// reader only ever sees whole lines added in order, and the frames sleep and log exactly what
+// the same frames do with nobody reading.
+TEST_F(FrameControllerTest, PacesWhileAnotherThreadReadsTheLines) {
+    props({{"debug.camera.fctrl.loglevel", 2}});
+    constexpr int kFrames = 200;
+    const int64_t start = vclock::now();
+    auto stream = [start] {
+        vclock::set(start);
+        android::sp<FrameController> fc = new FrameController(android::String8("cam"));
+        int64_t ts = start;
+        for (int i = 0; i < kFrames; ++i, ts += kFi) {
+            // Six frames 10 ms old start pacing; then each comes 10 to 24 ms after the return.
+            vclock::set(i < 6 ? ts + 10 * kMs : vclock::now() + (10 + i % 15) * kMs);
+            fc->bufferControl(ts);
+        }
+        return vclock::takeSleeps();
+    };
+    std::atomic<bool> done{false};
+    Sleeps concurrent;
+    std::thread display([&] {
+        concurrent = stream();
+        done = true;
+    });
+    Lines seen;
+    while (!done.load()) {
+        const Lines now = lines(4);
+        EXPECT_TRUE(now.size() >= seen.size() && std::equal(seen.begin(), seen.end(), now.begin()));
+        seen = now;
+    }
+    display.join();
+    seen = lines(4);
+    clearLogs();
+    const Sleeps alone = stream();
+    EXPECT_GT(alone.size(), size_t{kFrames / 2});
+    EXPECT_EQ(concurrent, alone);
+    EXPECT_EQ(seen, lines(4));
 }
 
 }  // namespace

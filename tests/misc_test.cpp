@@ -19,6 +19,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -217,6 +218,39 @@ TEST_F(StlUtilsTest, ScopeWorkerRunsTheWorkAndLogsWhatItThrows) {
         expectError("[~ScopeWorker] execute function throws exception");
     }
     EXPECT_EQ(held.use_count(), 1);
+}
+
+// Scopes end on many threads at once: every worker runs its work once, each on its own
+// argument, and each one that throws writes its error line once, whole, on both sinks.
+TEST_F(StlUtilsTest, ScopeWorkersEndOnEightThreads) {
+    constexpr int kThreads = 8, kWorkers = 300;  // every third one throws
+    std::vector<int> counts(kThreads);
+    std::atomic<int> shared{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&counts, &shared, t] {
+            for (int i = 0; i < kWorkers; ++i) {
+                ScopeWorker worker(
+                        [i, &shared](void* arg) {
+                            ++*static_cast<int*>(arg);
+                            ++shared;
+                            if (i % 3 == 0) throw std::runtime_error("boom");
+                        },
+                        &counts[t]);
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(counts, std::vector<int>(kThreads, kWorkers));
+    EXPECT_EQ(shared.load(), kThreads * kWorkers);
+    const std::string text = "[~ScopeWorker] execute function throws exception";
+    const auto a = androidLines();
+    const auto u = ulogLines();
+    ASSERT_EQ(a.size(), size_t{kThreads * kWorkers / 3});
+    ASSERT_EQ(u.size(), a.size());
+    for (size_t i = 0; i < a.size(); ++i) {
+        EXPECT_EQ(stripLocation(a[i].text), text) << a[i].text;
+        EXPECT_EQ(u[i].text, text);
+    }
 }
 
 TEST(StlUtilsDeathTest, ScopeWorkerEndsTheProcessOnOtherExceptions) {
