@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -132,12 +133,23 @@ struct Stamp {
     }
 };
 
+// The places are held open (O_PATH) and looked at with fstat, without a walk of their paths; a
+// place removed or replaced changes its parent's times, or its own link count to 0.
 std::vector<Stamp> stampOutside() {
-    const Places& p = places();
+    static const std::vector<int> sPlaces = [] {
+        const Places& p = places();
+        std::vector<int> fds;
+        for (const std::string& path :
+             {p.base, p.outside, p.outside + "/dir", p.outside + "/victim"}) {
+            fds.push_back(open(path.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+            if (fds.back() < 0) fail("a place outside the root is gone", path);
+        }
+        return fds;
+    }();
     std::vector<Stamp> out;
-    for (const std::string& path : {p.base, p.outside, p.outside + "/dir", p.outside + "/victim"}) {
+    for (int fd : sPlaces) {
         struct stat st {};
-        if (lstat(path.c_str(), &st) != 0) fail("a place outside the root is gone", path);
+        if (fstat(fd, &st) != 0) fail("cannot look at a place outside the root", "");
         out.push_back({st.st_mtim, st.st_ctim, st.st_size, st.st_nlink});
     }
     return out;
@@ -150,7 +162,6 @@ void checkOutsideUntouched(const std::string& paths) {
     if (stampOutside() != sBefore) fail("something outside the root changed", paths);
 }
 
-// Runs `call` with stderr going to a memory file, and returns what was written there.
 // Runs `call` with stderr going into a pipe, and returns what was written there. Sanitizer
 // reports keep going to the real stderr meanwhile. (A call writes a line or two: far below
 // what the pipe holds.)
@@ -178,10 +189,13 @@ std::string captureStderr(Call&& call) {
 
 // Removes everything inside the directory `dir` (a descriptor) but the entry `keep`, never
 // following a link. The entries are read with getdents64 into the stack: a DIR stream would
-// cost a large buffer and a duplicate descriptor for each directory.
-void emptyDirectory(int dir, const char* keep = nullptr) {
+// cost a large buffer and a duplicate descriptor for each directory. A directory that is
+// removed afterwards (`once`) is read once when that read left room for a longest entry: the
+// listing was whole then. Should it not have been, removing the directory fails with
+// ENOTEMPTY and it is emptied again.
+void emptyDirectory(int dir, const char* keep = nullptr, bool once = false) {
     alignas(dirent64) char buf[4096];
-    lseek(dir, 0, SEEK_SET);
+    constexpr ssize_t kLongestEntry = offsetof(dirent64, d_name) + 256;
     ssize_t n;
     while ((n = getdents64(dir, buf, sizeof(buf))) > 0) {
         for (ssize_t at = 0; at < n;) {
@@ -196,16 +210,24 @@ void emptyDirectory(int dir, const char* keep = nullptr) {
             if (isDir) {
                 const int sub =
                         openat(dir, e->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+                const bool kept = keep != nullptr && strcmp(e->d_name, keep) == 0;
                 if (sub >= 0) {
-                    emptyDirectory(sub);
+                    emptyDirectory(sub, nullptr, !kept);
+                    if (!kept && unlinkat(dir, e->d_name, AT_REMOVEDIR) != 0 &&
+                        errno == ENOTEMPTY) {
+                        lseek(sub, 0, SEEK_SET);
+                        emptyDirectory(sub);
+                        unlinkat(dir, e->d_name, AT_REMOVEDIR);
+                    }
                     close(sub);
-                }
-                if (keep == nullptr || strcmp(e->d_name, keep) != 0)
+                } else if (!kept) {
                     unlinkat(dir, e->d_name, AT_REMOVEDIR);
+                }
             } else {
                 unlinkat(dir, e->d_name, 0);
             }
         }
+        if (once && n <= static_cast<ssize_t>(sizeof(buf)) - kLongestEntry) return;
     }
     if (n < 0) fail("cannot list a directory in the root", "");
 }
@@ -380,6 +402,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     // Start the next input from an empty root (but for the empty "mk"): links are removed,
     // never followed.
     static const int sRoot = open(p.root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    lseek(sRoot, 0, SEEK_SET);
     emptyDirectory(sRoot, "mk");
     zorcam_fuzz::clearLog();
     return 0;

@@ -9,7 +9,8 @@
 # default run is 15 minutes a target. --no-merge leaves the corpus in the tree as it is (the
 # test command uses it). A crash, leak, sanitizer report or time-out fails the run and leaves
 # its input in build/fuzz/artifacts/. Ends with one line per target: executions, executions a
-# second, coverage (cov/ft) and corpus size.
+# second, coverage (cov/ft) and corpus size. A target may add libFuzzer flags of its own in
+# fuzz/<target>_fuzz.options, one a line.
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build="$root/build/fuzz"
@@ -64,10 +65,16 @@ for t in "${targets[@]}"; do
     scratch=$(mktemp -d)
     trap 'rm -rf "$scratch"' EXIT
     mkdir -p "$corpus"
-    echo "== fuzz $t (${seconds}s)"
+    # A target's own libFuzzer flags, one a line, from fuzz/<target>_fuzz.options ('#' comments).
+    flags=()
+    if [[ -f "$root/fuzz/${t}_fuzz.options" ]]; then
+        mapfile -t flags < <(grep -v -E '^[[:space:]]*(#|$)' "$root/fuzz/${t}_fuzz.options")
+    fi
+    echo "== fuzz $t (${seconds}s)${flags[*]:+ ${flags[*]}}"
     # New inputs go to the scratch directory (the first one named); the corpus is only read.
     if ! "$bin" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 \
-            -artifact_prefix="$build/artifacts/$t-" "$scratch" "$corpus" 2>"$log"; then
+            ${flags[@]+"${flags[@]}"} -artifact_prefix="$build/artifacts/$t-" \
+            "$scratch" "$corpus" 2>"$log"; then
         tail -n 60 "$log"
         echo "fuzz: $t failed; its input is in $build/artifacts/" >&2
         exit 1
