@@ -22,7 +22,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -189,13 +188,9 @@ std::string captureStderr(Call&& call) {
 
 // Removes everything inside the directory `dir` (a descriptor) but the entry `keep`, never
 // following a link. The entries are read with getdents64 into the stack: a DIR stream would
-// cost a large buffer and a duplicate descriptor for each directory. A directory that is
-// removed afterwards (`once`) is read once when that read left room for a longest entry: the
-// listing was whole then. Should it not have been, removing the directory fails with
-// ENOTEMPTY and it is emptied again.
-void emptyDirectory(int dir, const char* keep = nullptr, bool once = false) {
+// cost a large buffer and a duplicate descriptor for each directory.
+void emptyDirectory(int dir, const char* keep = nullptr) {
     alignas(dirent64) char buf[4096];
-    constexpr ssize_t kLongestEntry = offsetof(dirent64, d_name) + 256;
     ssize_t n;
     while ((n = getdents64(dir, buf, sizeof(buf))) > 0) {
         for (ssize_t at = 0; at < n;) {
@@ -212,22 +207,14 @@ void emptyDirectory(int dir, const char* keep = nullptr, bool once = false) {
                         openat(dir, e->d_name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
                 const bool kept = keep != nullptr && strcmp(e->d_name, keep) == 0;
                 if (sub >= 0) {
-                    emptyDirectory(sub, nullptr, !kept);
-                    if (!kept && unlinkat(dir, e->d_name, AT_REMOVEDIR) != 0 &&
-                        errno == ENOTEMPTY) {
-                        lseek(sub, 0, SEEK_SET);
-                        emptyDirectory(sub);
-                        unlinkat(dir, e->d_name, AT_REMOVEDIR);
-                    }
+                    emptyDirectory(sub);
                     close(sub);
-                } else if (!kept) {
-                    unlinkat(dir, e->d_name, AT_REMOVEDIR);
                 }
+                if (!kept) unlinkat(dir, e->d_name, AT_REMOVEDIR);
             } else {
                 unlinkat(dir, e->d_name, 0);
             }
         }
-        if (once && n <= static_cast<ssize_t>(sizeof(buf)) - kLongestEntry) return;
     }
     if (n < 0) fail("cannot list a directory in the root", "");
 }
