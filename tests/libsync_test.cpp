@@ -5,8 +5,10 @@
 #include <sw_sync.h>
 #include <sync/sync.h>
 
+#include <dirent.h>
 #include <errno.h>
 #include <poll.h>
+#include <signal.h>
 #include <stdlib.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -52,6 +54,15 @@ namespace {
 bool readable(int fd) {
     struct pollfd pfd = {fd, POLLIN, 0};
     return realPoll(&pfd, 1, 0) == 1 && (pfd.revents & POLLIN);
+}
+
+int openFdCount() {
+    int n = 0;
+    if (DIR* d = opendir("/proc/self/fd")) {
+        while (readdir(d) != nullptr) ++n;
+        closedir(d);
+    }
+    return n;
 }
 
 // A copy of what sync_file_info answers; all zero when it fails.
@@ -198,6 +209,52 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
     ASSERT_EQ(info.records.size(), 2u);
     EXPECT_EQ(info.records[0].timestamp_ns, 2000000000u);
     EXPECT_EQ(info.records[1].timestamp_ns, 3000000000u);
+}
+
+// A fence of more points than one pipe write holds is made another way (a socket pair); it
+// acts as any other: pending until its last point, one record per point, mergeable, and gone
+// with its last descriptor.
+TEST_F(LibsyncTest, AFenceOfManyPointsActsAsAnyOther) {
+    const int before = openFdCount();
+    std::vector<int> timelines(48);
+    int all = sw_sync_fence_create(mTimeline, "start", 0);  // signalled
+    for (int& t : timelines) {
+        t = sw_sync_timeline_create();
+        const int f = sw_sync_fence_create(t, "point", 1);
+        const int m = sync_merge("all", all, f);
+        close(f);
+        close(all);
+        all = m;
+    }
+    EXPECT_EQ(infoOf(all).records.size(), 49u);
+    const int copy = dup(all);
+    for (size_t i = 0; i < timelines.size(); ++i) {
+        EXPECT_FALSE(readable(copy)) << i;
+        advance(1, timelines[i]);
+    }
+    EXPECT_EQ(sync_wait(copy, 0), 0);
+    const Info info = infoOf(copy);
+    EXPECT_STREQ(info.file.name, "all");
+    EXPECT_EQ(info.file.status, 1);
+    EXPECT_EQ(info.records.size(), 49u);
+    const int pending = sw_sync_fence_create(mTimeline, "pending", 1);
+    const int more = sync_merge("more", copy, pending);
+    EXPECT_EQ(infoOf(more).records.size(), 49u);  // the pending point stands for "start"
+    EXPECT_EQ(infoOf(more).file.status, 0);
+    for (int fd : {all, copy, pending, more}) close(fd);
+    for (int t : timelines) close(t);
+
+    // A timeline closed before its pending fence: the next call signals the fence into a file
+    // nobody reads, which must neither end the process nor leave a SIGPIPE behind.
+    const int doomed = sw_sync_timeline_create();
+    const int abandoned = sw_sync_fence_create(doomed, "abandoned", 1);
+    close(doomed);
+    close(abandoned);
+    sync_file_info_free(sync_file_info(-1));  // any call reaps what was closed
+    sigset_t waiting;
+    sigpending(&waiting);
+    EXPECT_FALSE(sigismember(&waiting, SIGPIPE));
+    EXPECT_EQ(openFdCount(), before);
 }
 
 // The older information calls describe the same sync file as sync_file_info, point for point.

@@ -1,22 +1,22 @@
 // In-process emulation of software sync timelines.
 //
-// How a fence is made. Every emulated fence is a connected pair of AF_UNIX SOCK_SEQPACKET
-// sockets: the caller gets one end, the emulation keeps the other ("own end"). A timeline is a
-// pipe: the caller gets the read end, the emulation keeps the write end; a pipe costs half a
-// socket pair to make and a timeline needs no more than to tell when it is closed.
-// A fence's end carries no data while the fence is pending, so poll(POLLIN) blocks on it like on
-// a kernel sync file. When the last point of the fence signals, the emulation sends one message
-// holding the fence's name, status and point records through its own end and closes that end:
-// the caller's end turns readable for good, and the records live in the socket's queue, where
-// sync_file_info and sync_merge read them with MSG_PEEK. A dup() of a fence is the same socket,
-// so it is the same sync file.
+// How a fence is made. Every emulated fence is a pipe: the caller gets the read end, the
+// emulation keeps the write end ("own end"). A fence's pipe carries no data while the fence is
+// pending, so poll(POLLIN) blocks on it like on a kernel sync file. When the last point of the
+// fence signals, the emulation writes one message holding the fence's name, status and point
+// records into its own end and closes that end: the caller's end turns readable for good, and
+// the records live in the pipe, where sync_file_info and sync_merge read them with tee() into a
+// pipe of the emulation's own, which leaves them in place. A message of up to PIPE_BUF bytes
+// (41 points) always goes into an empty pipe whole; a fence of more points is a connected pair
+// of AF_UNIX SOCK_SEQPACKET sockets instead, read with MSG_PEEK. A timeline is a pipe as well,
+// which never carries data. A dup() of a fence is the same pipe, so it is the same sync file.
+// (A pipe costs half a socket pair to make and close, and a fence is made for every frame.)
 //
-// Why sockets. The state of a signalled fence then lives in the kernel and is freed by the
-// kernel when the caller closes the last descriptor of the fence: nothing needs to notice it.
-// While a fence is pending the emulation must keep its own end to be able to signal it, and it
-// must notice when the caller has closed every descriptor of the fence (or of a timeline). A
-// socket tells that reliably: when the last descriptor of one end is closed, the other end
-// reports EPOLLRDHUP (a pipe's write end reports EPOLLERR when its last reader is closed). All
+// Why the records live in the kernel: the state of a signalled fence is then freed by the
+// kernel when the caller closes the last descriptor of the fence, and nothing needs to notice
+// it. While a fence is pending the emulation must keep its own end to be able to signal it,
+// and it must notice when the caller has closed every descriptor of the fence (or of a
+// timeline): then a pipe's write end reports EPOLLERR (a socket's other end EPOLLRDHUP). All
 // own ends sit in one epoll set, and every emulated call first reaps what hung up: a pending
 // fence nobody holds is dropped, a closed timeline signals its pending points with -ENOENT as
 // the kernel does. So the descriptors and memory of a fence abandoned before it signalled are
@@ -34,6 +34,9 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <pthread.h>
+#include <signal.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
@@ -119,6 +122,7 @@ struct Watched {
 struct PendingFence : Watched {
     PendingFence() : Watched{false} {}
     FileKey key{};
+    bool isPipe = true;
     char name[32] = {};
     std::vector<StoredPoint> points;
     std::vector<Timeline*> timelines;  // per point; null once the point has signalled
@@ -149,6 +153,7 @@ struct FenceState {
 struct Registry {
     std::mutex lock;
     int epollFd = -1;
+    int peekFds[2] = {-1, -1};  // where tee() copies a fence's message to read it
     uint64_t nextTimelineId = 1;
     std::unordered_map<FileKey, std::unique_ptr<Timeline>, FileKeyHash> timelines;
     std::unordered_map<FileKey, std::unique_ptr<PendingFence>, FileKeyHash> fences;
@@ -176,14 +181,19 @@ bool reached(uint32_t point, uint32_t value) {
     return static_cast<int32_t>(distance(point, value)) <= 0;
 }
 
-// The identity of `fd` when it is of the kind asked for: a socket (fences) or a pipe
-// (timelines).
-bool keyOf(int fd, FileKey* key, bool timeline = false) {
+// The identity of `fd` when it is a pipe (timelines and fences) or a socket (large fences);
+// `isPipe`, if given, tells which.
+bool keyOf(int fd, FileKey* key, bool* isPipe = nullptr) {
     struct stat st{};
-    if (fstat(fd, &st) != 0 || !(timeline ? S_ISFIFO(st.st_mode) : S_ISSOCK(st.st_mode)))
-        return false;
+    if (fstat(fd, &st) != 0 || !(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))) return false;
     *key = {st.st_dev, st.st_ino};
+    if (isPipe != nullptr) *isPipe = S_ISFIFO(st.st_mode);
     return true;
+}
+
+// Whether a fence of `n` points is a pipe: its message must fit one atomic pipe write.
+bool fitsPipe(size_t n) {
+    return sizeof(MessageHeader) + n * sizeof(StoredPoint) <= PIPE_BUF;
 }
 
 void copyName(char (&dst)[32], const char* src) {
@@ -208,23 +218,47 @@ void closeOwnEnd(Registry& r, Watched* w) {
 }
 
 // Hands the records to the caller's end. A failure (the caller has already closed the fence)
-// leaves nothing to do: closing the own end still wakes any waiter.
-void sendRecords(int ownFd, const char (&name)[32], const std::vector<StoredPoint>& points) {
+// leaves nothing to do: closing the own end still wakes any waiter. The caller may close its
+// last descriptor at any moment, and a write to a pipe nobody reads raises SIGPIPE, which
+// would end the process: unless the caller's end is still held here (`callerHeld`), the
+// signal is blocked for the write and taken back if the write raised it.
+void sendRecords(int ownFd, bool isPipe, bool callerHeld, const char (&name)[32],
+                 const std::vector<StoredPoint>& points) {
     MessageHeader header{};
     header.magic = kMagic;
     memcpy(header.file.name, name, sizeof(header.file.name));
     header.file.status = statusOf(points);
     header.file.num_fences = static_cast<uint32_t>(points.size());
     iovec parts[2] = {{&header, sizeof(header)},
-                      {const_cast<StoredPoint*>(points.data()), points.size() * sizeof(StoredPoint)}};
-    msghdr message{};
-    message.msg_iov = parts;
-    message.msg_iovlen = points.empty() ? 1 : 2;
-    sendmsg(ownFd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+                      {const_cast<StoredPoint*>(points.data()),
+                       points.size() * sizeof(StoredPoint)}};
+    const int count = points.empty() ? 1 : 2;
+    if (!isPipe) {
+        msghdr message{};
+        message.msg_iov = parts;
+        message.msg_iovlen = static_cast<size_t>(count);
+        sendmsg(ownFd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+        return;
+    }
+    if (callerHeld) {
+        writev(ownFd, parts, count);
+        return;
+    }
+    sigset_t pipeSignal, saved, pendingBefore;
+    sigemptyset(&pipeSignal);
+    sigaddset(&pipeSignal, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
+    sigpending(&pendingBefore);  // one already pending is not this write's
+    if (writev(ownFd, parts, count) < 0 && errno == EPIPE &&
+        !sigismember(&pendingBefore, SIGPIPE)) {
+        const timespec now{};
+        sigtimedwait(&pipeSignal, nullptr, &now);
+    }
+    pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 }
 
 void completeFenceLocked(Registry& r, PendingFence* f) {
-    sendRecords(f->ownFd, f->name, f->points);
+    sendRecords(f->ownFd, f->isPipe, false, f->name, f->points);
     closeOwnEnd(r, f);
     r.fences.erase(f->key);
 }
@@ -293,11 +327,15 @@ int makeFenceLocked(Registry& r, FenceState&& state) {
             t->pending.reserve(2 * t->pending.size() + 4);
     r.fences.reserve(r.fences.size() + 1);
 
+    // sv[0] is the caller's end, sv[1] the own end.
     int sv[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0) return -1;
+    f->isPipe = fitsPipe(f->points.size());
+    if (f->isPipe ? pipe2(sv, O_CLOEXEC) != 0
+                  : socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0)
+        return -1;
     f->ownFd = sv[1];
     if (f->remaining == 0) {
-        sendRecords(sv[1], f->name, f->points);
+        sendRecords(sv[1], f->isPipe, true, f->name, f->points);
         close(sv[1]);
         return sv[0];
     }
@@ -315,20 +353,38 @@ int makeFenceLocked(Registry& r, FenceState&& state) {
     return sv[0];
 }
 
+// Copies the message in the pipe `fd` into `buffer` and leaves it in the pipe: tee() puts the
+// same bytes into the emulation's own pipe, which is then read empty. Whatever a pipe of
+// someone else's holds is read out the same way and found not to be a message.
+ssize_t peekPipe(Registry& r, int fd, char* buffer, size_t size) {
+    const ssize_t copied = tee(fd, r.peekFds[1], size, SPLICE_F_NONBLOCK);
+    if (copied <= 0) return copied;
+    ssize_t got = 0;
+    while (got < copied) {
+        const ssize_t n = read(r.peekFds[0], buffer + got, static_cast<size_t>(copied - got));
+        if (n <= 0) return -1;
+        got += n;
+    }
+    return got;
+}
+
 // Reads the state of the emulated fence `fd`; false when `fd` is not one.
 bool readFenceLocked(Registry& r, int fd, FenceState* out) {
     FileKey key;
-    if (!keyOf(fd, &key)) return false;
+    bool isPipe;
+    if (!keyOf(fd, &key, &isPipe)) return false;
     if (auto it = r.fences.find(key); it != r.fences.end()) {
         memcpy(out->name, it->second->name, sizeof(out->name));
         out->points = it->second->points;
         out->timelines = it->second->timelines;
         return true;
     }
-    // One peek reads a message of a few points; MSG_TRUNC tells the size of a larger one,
-    // which a second peek reads whole.
-    alignas(MessageHeader) char small[sizeof(MessageHeader) + 16 * sizeof(StoredPoint)];
-    const ssize_t got = recv(fd, small, sizeof(small), MSG_PEEK | MSG_DONTWAIT | MSG_TRUNC);
+    // A pipe's message is at most PIPE_BUF bytes. On a socket, one peek reads a message of a
+    // few points; MSG_TRUNC tells the size of a larger one, which a second peek reads whole.
+    alignas(MessageHeader) char small[PIPE_BUF];
+    const ssize_t got =
+            isPipe ? peekPipe(r, fd, small, sizeof(small))
+                   : recv(fd, small, sizeof(small), MSG_PEEK | MSG_DONTWAIT | MSG_TRUNC);
     if (got < static_cast<ssize_t>(sizeof(MessageHeader))) return false;
     MessageHeader header;
     memcpy(&header, small, sizeof(header));
@@ -354,7 +410,8 @@ bool readFenceLocked(Registry& r, int fd, FenceState* out) {
 
 Timeline* findTimelineLocked(Registry& r, int fd) {
     FileKey key;
-    if (!keyOf(fd, &key, true)) return nullptr;
+    bool isPipe;
+    if (!keyOf(fd, &key, &isPipe) || !isPipe) return nullptr;
     auto it = r.timelines.find(key);
     return it == r.timelines.end() ? nullptr : it->second.get();
 }
@@ -381,8 +438,15 @@ int emulatedTimelineCreate() {
     try {
         std::lock_guard<std::mutex> guard(r.lock);
         if (r.epollFd < 0) {
+            if (pipe2(r.peekFds, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
             r.epollFd = epoll_create1(EPOLL_CLOEXEC);
-            if (r.epollFd < 0) return -1;
+            if (r.epollFd < 0) {
+                const int saved = errno;
+                close(r.peekFds[0]);
+                close(r.peekFds[1]);
+                errno = saved;
+                return -1;
+            }
         }
         reapLocked(r);
         auto t = std::make_unique<Timeline>();
@@ -395,7 +459,7 @@ int emulatedTimelineCreate() {
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0) return -1;
         t->ownFd = ends[1];
-        if (!keyOf(ends[0], &t->key, true) || !watch(r, t.get())) {
+        if (!keyOf(ends[0], &t->key) || !watch(r, t.get())) {
             const int saved = errno;
             close(ends[0]);
             close(ends[1]);
