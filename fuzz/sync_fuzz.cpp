@@ -40,7 +40,8 @@ namespace {
 // files come and go between inputs, and its symbolizer's pipes stay open once started, so all
 // descriptors would not do.) The listing stays open and is read again from the start; fstat
 // tells the kind without the path walk a readlink of each entry would cost.
-int emulatedDescriptorCount() {
+// With `show`, each one counted is listed on stderr, for a failure report.
+int emulatedDescriptorCount(bool show = false) {
     static DIR* const sDir = opendir("/proc/self/fd");
     if (sDir == nullptr) fail("cannot list descriptors", errno);
     rewinddir(sDir);
@@ -49,8 +50,14 @@ int emulatedDescriptorCount() {
         struct stat st {};
         const int fd = atoi(e->d_name);
         if (e->d_name[0] != '.' && fstat(fd, &st) == 0 &&
-            (S_ISSOCK(st.st_mode) || S_ISFIFO(st.st_mode)) && (fcntl(fd, F_GETFD) & FD_CLOEXEC))
+            (S_ISSOCK(st.st_mode) || S_ISFIFO(st.st_mode)) && (fcntl(fd, F_GETFD) & FD_CLOEXEC)) {
             ++n;
+            if (show)
+                fprintf(stderr, "sync_fuzz: descriptor %d: %s%s inode %lu\n", fd,
+                        S_ISSOCK(st.st_mode) ? "socket" : "pipe",
+                        (fcntl(fd, F_GETFL) & O_ACCMODE) == O_WRONLY ? " write end" : "",
+                        static_cast<unsigned long>(st.st_ino));
+        }
     }
     return n;
 }
@@ -118,41 +125,83 @@ int32_t statusOf(const Fence& f) {
     return 1;
 }
 
-void checkInfo(const Fence& f, int fd) {
+// What a check found wrong, if anything, with two numbers for the report.
+struct Wrong {
+    const char* what = nullptr;
+    long a = 0, b = 0;
+};
+
+Wrong infoWrong(const Fence& f, int fd) {
     struct sync_file_info* info = sync_file_info(fd);
-    if (info == nullptr) fail("no information for a fence", fd, errno);
-    if (f.name != info->name) fail("name differs", fd, static_cast<long>(f.name.size()));
-    if (info->status != statusOf(f)) fail("status differs", info->status, statusOf(f));
-    if (info->num_fences != f.points.size())
-        fail("not one record per point", info->num_fences, static_cast<long>(f.points.size()));
+    if (info == nullptr) return {"no information for a fence", fd, errno};
     const struct sync_fence_info* records = sync_get_fence_info(info);
     // The records come in no set order: match them by status and count.
     size_t signalled = 0, errored = 0;
-    for (uint32_t i = 0; i < info->num_fences; ++i) {
+    Wrong wrong;
+    for (uint32_t i = 0; i < info->num_fences && wrong.what == nullptr; ++i) {
         const struct sync_fence_info& r = records[i];
-        if (strcmp(r.driver_name, "sw_sync") != 0) fail("driver name", fd, i);
-        if ((r.status == 0) != (r.timestamp_ns == 0)) fail("time stamp and status disagree", fd, i);
+        if (strcmp(r.driver_name, "sw_sync") != 0) wrong = {"driver name", fd, i};
+        if ((r.status == 0) != (r.timestamp_ns == 0))
+            wrong = {"time stamp and status disagree", fd, i};
         if (r.status == 1)
             ++signalled;
         else if (r.status == -ENOENT)
             ++errored;
         else if (r.status != 0)
-            fail("record status", r.status, i);
+            wrong = {"record status", r.status, i};
     }
     size_t wantSignalled = 0, wantErrored = 0;
     for (const Point& p : f.points) {
         if (p.status == 1) ++wantSignalled;
         if (p.status < 0) ++wantErrored;
     }
-    if (signalled != wantSignalled || errored != wantErrored)
-        fail("records' states differ", static_cast<long>(signalled), static_cast<long>(errored));
+    if (f.name != info->name)
+        wrong = {"name differs", fd, static_cast<long>(f.name.size())};
+    else if (info->status != statusOf(f))
+        wrong = {"status differs", info->status, statusOf(f)};
+    else if (info->num_fences != f.points.size())
+        wrong = {"not one record per point", info->num_fences, static_cast<long>(f.points.size())};
+    else if (wrong.what == nullptr && (signalled != wantSignalled || errored != wantErrored))
+        wrong = {"records' states differ", static_cast<long>(signalled),
+                 static_cast<long>(errored)};
     sync_file_info_free(info);
+    return wrong;
 }
 
-void checkWait(const Fence& f, int fd) {
+Wrong waitWrong(const Fence& f, int fd) {
     errno = 0;
     const int ret = sync_wait(fd, 0);
-    if (pending(f) ? (ret != -1 || errno != ETIME) : ret != 0) fail("wait(0) wrong", fd, ret);
+    if (pending(f) ? (ret != -1 || errno != ETIME) : ret != 0) return {"wait(0) wrong", fd, ret};
+    return {};
+}
+
+// A process that reads this one's descriptors under /proc (a monitor, a debugger) holds each
+// file for a moment. If it holds the last reference when a descriptor is closed here, the file
+// goes when it lets go, as a kernel sync file would: a closed timeline errors its points, or a
+// fence's own end is reaped, at a later libsync call than the model says. So a check that
+// fails is made again a few times, each after a pause and a libsync call. One that passes only
+// so counts as late, and late ones must stay rare: if they do not, the emulation is late.
+uint64_t sInputs = 0, sLate = 0;
+
+template <typename Check>
+Wrong settled(Check&& check) {
+    Wrong wrong = check();
+    if (wrong.what == nullptr) return wrong;
+    for (int tries = 0; tries < 20 && wrong.what != nullptr; ++tries) {
+        usleep(1000);
+        sync_file_info_free(sync_file_info(-1));
+        wrong = check();
+    }
+    if (wrong.what != nullptr) return wrong;
+    fprintf(stderr, "sync_fuzz: a closed file went late\n");
+    if (++sLate > 10 + sInputs / 10000)
+        return {"closed files go late too often", static_cast<long>(sLate),
+                static_cast<long>(sInputs)};
+    return {};
+}
+
+void check(const Wrong& wrong) {
+    if (wrong.what != nullptr) fail(wrong.what, wrong.a, wrong.b);
 }
 
 // Merges `b` into a copy of `a`: one point per timeline, a pending one if either is, else
@@ -205,6 +254,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static const int sBaseline = emulatedDescriptorCount();
     static std::bitset<kDescriptorRange> sOpen = openDescriptors();
+    ++sInputs;
     FuzzedDataProvider in(data, size);
     Model m;
     int made = 0;  // descriptors the input's calls can have made, at most
@@ -302,14 +352,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                         m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
                 const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
                 m.reaped();  // sync_file_info reaps before it reads
-                checkInfo(f, fd);
+                check(settled([&] { return infoWrong(f, fd); }));
                 break;
             }
             default: {  // wait with 0: no libsync call, so nothing closed is reaped
                 if (!anyFence) break;
                 const Fence& f =
                         m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
-                checkWait(f, f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)]);
+                const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
+                check(settled([&] { return waitWrong(f, fd); }));
             }
         }
     }
@@ -327,8 +378,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::bitset<kDescriptorRange> below = ~std::bitset<kDescriptorRange>() >>
                                                 (kDescriptorRange - range);
     if ((openDescriptors(range) & below) != (sOpen & below)) {
-        const int left = emulatedDescriptorCount();
-        if (left != sBaseline) fail("descriptors outlive their owners", left, sBaseline);
+        const Wrong wrong = settled([] {
+            const int left = emulatedDescriptorCount();
+            return left == sBaseline ? Wrong{}
+                                     : Wrong{"descriptors outlive their owners", left, sBaseline};
+        });
+        if (wrong.what != nullptr) emulatedDescriptorCount(true);
+        check(wrong);
         sOpen = openDescriptors();
     }
     return 0;
