@@ -179,17 +179,19 @@ Wrong waitWrong(const Fence& f, int fd) {
 // file for a moment. If it holds the last reference when a descriptor is closed here, the file
 // goes when it lets go, as a kernel sync file would: a closed timeline errors its points, or a
 // fence's own end is reaped, at a later libsync call than the model says. So a check that
-// fails is made again a few times, each after a pause and a libsync call. One that passes only
-// so counts as late, and late ones must stay rare: if they do not, the emulation is late.
+// fails is made again a few times, each after a pause and a libsync call (which the model
+// follows). One that passes only so counts as late, and late ones must stay rare: if they do
+// not, the emulation is late.
 uint64_t sInputs = 0, sLate = 0;
 
 template <typename Check>
-Wrong settled(Check&& check) {
+Wrong settled(Model& m, Check&& check) {
     Wrong wrong = check();
     if (wrong.what == nullptr) return wrong;
     for (int tries = 0; tries < 20 && wrong.what != nullptr; ++tries) {
         usleep(1000);
         sync_file_info_free(sync_file_info(-1));
+        m.reaped();
         wrong = check();
     }
     if (wrong.what != nullptr) return wrong;
@@ -352,7 +354,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                         m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
                 const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
                 m.reaped();  // sync_file_info reaps before it reads
-                check(settled([&] { return infoWrong(f, fd); }));
+                check(settled(m, [&] { return infoWrong(f, fd); }));
                 break;
             }
             default: {  // wait with 0: no libsync call, so nothing closed is reaped
@@ -360,7 +362,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 const Fence& f =
                         m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
                 const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
-                check(settled([&] { return waitWrong(f, fd); }));
+                check(settled(m, [&] { return waitWrong(f, fd); }));
             }
         }
     }
@@ -378,7 +380,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::bitset<kDescriptorRange> below = ~std::bitset<kDescriptorRange>() >>
                                                 (kDescriptorRange - range);
     if ((openDescriptors(range) & below) != (sOpen & below)) {
-        const Wrong wrong = settled([] {
+        const Wrong wrong = settled(m, [] {
             const int left = emulatedDescriptorCount();
             return left == sBaseline ? Wrong{}
                                      : Wrong{"descriptors outlive their owners", left, sBaseline};
