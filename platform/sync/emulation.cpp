@@ -122,7 +122,6 @@ struct Watched {
 struct PendingFence : Watched {
     PendingFence() : Watched{false} {}
     FileKey key{};
-    bool isPipe = true;
     char name[32] = {};
     std::vector<StoredPoint> points;
     std::vector<Timeline*> timelines;  // per point; null once the point has signalled
@@ -222,7 +221,7 @@ void closeOwnEnd(Registry& r, Watched* w) {
 // last descriptor at any moment, and a write to a pipe nobody reads raises SIGPIPE, which
 // would end the process: unless the caller's end is still held here (`callerHeld`), the
 // signal is blocked for the write and taken back if the write raised it.
-void sendRecords(int ownFd, bool isPipe, bool callerHeld, const char (&name)[32],
+void sendRecords(int ownFd, bool callerHeld, const char (&name)[32],
                  const std::vector<StoredPoint>& points) {
     MessageHeader header{};
     header.magic = kMagic;
@@ -233,7 +232,7 @@ void sendRecords(int ownFd, bool isPipe, bool callerHeld, const char (&name)[32]
                       {const_cast<StoredPoint*>(points.data()),
                        points.size() * sizeof(StoredPoint)}};
     const int count = points.empty() ? 1 : 2;
-    if (!isPipe) {
+    if (!fitsPipe(points.size())) {  // the fence is a socket pair
         msghdr message{};
         message.msg_iov = parts;
         message.msg_iovlen = static_cast<size_t>(count);
@@ -258,7 +257,7 @@ void sendRecords(int ownFd, bool isPipe, bool callerHeld, const char (&name)[32]
 }
 
 void completeFenceLocked(Registry& r, PendingFence* f) {
-    sendRecords(f->ownFd, f->isPipe, false, f->name, f->points);
+    sendRecords(f->ownFd, false, f->name, f->points);
     closeOwnEnd(r, f);
     r.fences.erase(f->key);
 }
@@ -329,13 +328,12 @@ int makeFenceLocked(Registry& r, FenceState&& state) {
 
     // sv[0] is the caller's end, sv[1] the own end.
     int sv[2];
-    f->isPipe = fitsPipe(f->points.size());
-    if (f->isPipe ? pipe2(sv, O_CLOEXEC) != 0
+    if (fitsPipe(f->points.size()) ? pipe2(sv, O_CLOEXEC) != 0
                   : socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0)
         return -1;
     f->ownFd = sv[1];
     if (f->remaining == 0) {
-        sendRecords(sv[1], f->isPipe, true, f->name, f->points);
+        sendRecords(sv[1], true, f->name, f->points);
         close(sv[1]);
         return sv[0];
     }
