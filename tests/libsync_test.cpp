@@ -4,6 +4,7 @@
 
 #include <sw_sync.h>
 #include <sync/sync.h>
+#include <android/sync_legacy.h>
 
 #include <dirent.h>
 #include <errno.h>

@@ -12,6 +12,7 @@
 #include <android/log.h>
 #include <sw_sync.h>
 #include <sync/sync.h>
+#include <android/sync_legacy.h>
 
 #include <unistd.h>
 

@@ -3,6 +3,7 @@
 // answered by the emulation. Waiting is the same poll for both.
 
 #include <android/sync.h>
+#include <android/sync_legacy.h>
 
 #include "emulation.h"
 
