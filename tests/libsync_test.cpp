@@ -182,34 +182,52 @@ TEST_F(LibsyncTest, InterruptedWaitsPollAgainForTheTimeLeft) {
     }
 }
 
-// The name is cut to 31 bytes; one record per point, named after the process, with its own
-// status and signal time. A dup is the same sync file.
-TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
+// As the kernel answers: a fence is named after its driver, timeline, context and value; a
+// merge keeps its name (cut to 31 bytes) and the points of both that are still pending, by
+// timeline in the order the timelines were made; with none pending it is the kernel's stub,
+// signalled at the latest time. The status is that of the first record not signalled cleanly.
+// A dup is the same sync file.
+TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPointAsTheKernelDoes) {
     char comm[17] = {};
     prctl(PR_GET_NAME, comm);
     sFakeClock = true;
-    const int other = own(sw_sync_timeline_create());
-    const int a = fenceAt(1, -1, "a-fence-name-longer-than-the-31-bytes-kept");
-    EXPECT_STREQ(infoOf(a).file.name, "a-fence-name-longer-than-the-31");
-    sNowNs = 2000000000;
-    advance();
-    const int m = own(sync_merge("merged", a, fenceAt(1, other)));
+    const int doomed = sw_sync_timeline_create(), other = own(sw_sync_timeline_create());
+    const int a = fenceAt(1);
+    const std::string name = infoOf(a).file.name;
+    EXPECT_EQ(name.rfind("sw_sync-" + std::string(comm), 0), 0u) << name;
+    EXPECT_EQ(name.substr(name.size() - 2), "-1") << name;
+    const int m = own(sync_merge("a-merge-name-longer-than-the-31-bytes-kept", fenceAt(1, other), a));
     Info info = infoOf(m);
-    EXPECT_EQ(info.file.status, 0);
+    EXPECT_STREQ(info.file.name, "a-merge-name-longer-than-the-31");
     ASSERT_EQ(info.records.size(), 2u);
     EXPECT_STREQ(info.records[0].obj_name, comm);
     EXPECT_STREQ(info.records[1].driver_name, "sw_sync");
-    EXPECT_EQ(info.records[0].status, 1);
-    EXPECT_EQ(info.records[1].status, 0);
 
+    sNowNs = 2000000000;
+    advance();  // a, the first record's
+    info = infoOf(m);
+    EXPECT_TRUE(info.file.status == 0 && info.records[0].status == 1 &&
+                info.records[0].timestamp_ns == 2000000000u && info.records[1].status == 0);
+    EXPECT_EQ(infoOf(own(sync_merge("late", a, fenceAt(2)))).records.size(), 1u);
     sNowNs = 3000000000;
     advance(1, other);
     info = infoOf(own(dup(m)));
-    EXPECT_STREQ(info.file.name, "merged");
     EXPECT_EQ(info.file.status, 1);
-    ASSERT_EQ(info.records.size(), 2u);
-    EXPECT_EQ(info.records[0].timestamp_ns, 2000000000u);
     EXPECT_EQ(info.records[1].timestamp_ns, 3000000000u);
+
+    info = infoOf(own(sync_merge("done", a, m)));
+    ASSERT_EQ(info.records.size(), 1u);
+    EXPECT_TRUE(!strcmp(info.records[0].obj_name, "stub") &&
+                !strcmp(info.records[0].driver_name, "stub") && info.records[0].status == 1 &&
+                info.records[0].timestamp_ns == 3000000000u);
+
+    // An error ahead of a pending point is the status, not the pending point.
+    const int errored = own(sync_merge("errored", fenceAt(5, doomed), fenceAt(5, other)));
+    close(doomed);
+    info = infoOf(errored);
+    EXPECT_TRUE(info.file.status == -ENOENT && info.records.size() == 2u &&
+                info.records[1].status == 0)
+            << info.file.status;
 }
 
 // A fence of more points than one pipe write holds is made another way (a socket pair); it
@@ -218,7 +236,7 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPoint) {
 TEST_F(LibsyncTest, AFenceOfManyPointsActsAsAnyOther) {
     const int before = openFdCount();
     std::vector<int> timelines(48);
-    int all = sw_sync_fence_create(mTimeline, "start", 0);  // signalled
+    int all = sw_sync_fence_create(mTimeline, "start", 0);  // signalled: no part of a merge
     for (int& t : timelines) {
         t = sw_sync_timeline_create();
         const int f = sw_sync_fence_create(t, "point", 1);
@@ -227,7 +245,7 @@ TEST_F(LibsyncTest, AFenceOfManyPointsActsAsAnyOther) {
         close(all);
         all = m;
     }
-    EXPECT_EQ(infoOf(all).records.size(), 49u);
+    EXPECT_EQ(infoOf(all).records.size(), 48u);
     const int copy = dup(all);
     for (size_t i = 0; i < timelines.size(); ++i) {
         EXPECT_FALSE(readable(copy)) << i;
@@ -237,10 +255,10 @@ TEST_F(LibsyncTest, AFenceOfManyPointsActsAsAnyOther) {
     const Info info = infoOf(copy);
     EXPECT_STREQ(info.file.name, "all");
     EXPECT_EQ(info.file.status, 1);
-    EXPECT_EQ(info.records.size(), 49u);
+    EXPECT_EQ(info.records.size(), 48u);
     const int pending = sw_sync_fence_create(mTimeline, "pending", 1);
     const int more = sync_merge("more", copy, pending);
-    EXPECT_EQ(infoOf(more).records.size(), 49u);  // the pending point stands for "start"
+    EXPECT_EQ(infoOf(more).records.size(), 1u);  // only the pending point
     EXPECT_EQ(infoOf(more).file.status, 0);
     for (int fd : {all, copy, pending, more}) close(fd);
     for (int t : timelines) close(t);
@@ -277,7 +295,7 @@ TEST_F(LibsyncTest, OlderInfoAgreesWithFileInfo) {
         const Info fresh = infoOf(fd);
         struct sync_fence_info_data* old = sync_fence_info(fd);
         ASSERT_NE(old, nullptr);
-        EXPECT_STREQ(old->name, name);
+        EXPECT_STREQ(old->name, fresh.file.name);
         EXPECT_EQ(old->status, fresh.file.status);
         size_t i = 0;
         for (struct sync_pt_info* pt = sync_pt_info(old, nullptr); pt != nullptr;
@@ -293,7 +311,7 @@ TEST_F(LibsyncTest, OlderInfoAgreesWithFileInfo) {
         EXPECT_EQ(old->len, sizeof(*old) + i * sizeof(struct sync_pt_info));
         sync_fence_info_free(old);
     }
-    EXPECT_EQ(infoOf(merged).records.size(), 2u);
+    EXPECT_EQ(infoOf(mergedErrored).records.size(), 1u);
     EXPECT_EQ(infoOf(errored).file.status, -ENOENT);
     EXPECT_EQ(infoOf(signalled).records.at(0).timestamp_ns, 5000000000u);
     errno = 0;

@@ -53,6 +53,7 @@
 #include <memory>
 #include <mutex>
 #include <new>
+#include <string>
 #include <unordered_map>
 #include <vector>
 
@@ -63,6 +64,7 @@ namespace {
 constexpr uint64_t kMagic = 0x7a6f7273796e6331;  // first word of a signalled fence's message
 constexpr size_t kMaxPoints = 1024;               // keeps a message far below the socket buffer
 constexpr char kDriverName[] = "sw_sync";
+constexpr char kStubName[] = "stub";  // the kernel's always-signalled fence
 
 struct FileKey {
     dev_t dev;
@@ -200,14 +202,21 @@ void copyName(char (&dst)[32], const char* src) {
     if (src != nullptr) strncpy(dst, src, sizeof(dst) - 1);
 }
 
-// A fence is active while any point is; once all have signalled, the first error is its status.
+// The kernel's name for a sync file that was given none, cut to 31 bytes as the kernel cuts it:
+// the fence's driver and timeline, its fence context and its value.
+void kernelName(char (&dst)[32], const char* driver, const char* timeline, uint64_t context,
+                uint32_t value) {
+    const std::string full = std::string(driver) + "-" + timeline + std::to_string(context) +
+                             "-" + std::to_string(value);
+    copyName(dst, full.c_str());
+}
+
+// A sync file's status as the kernel reports it: the status of its first record that is not
+// signalled without error (0 while it is active, or its error), else 1.
 int32_t statusOf(const std::vector<StoredPoint>& points) {
-    int32_t status = 1;
-    for (const StoredPoint& p : points) {
-        if (p.info.status == 0) return 0;
-        if (p.info.status < 0 && status == 1) status = p.info.status;
-    }
-    return status;
+    for (const StoredPoint& p : points)
+        if (p.info.status <= 0) return p.info.status;
+    return 1;
 }
 
 void closeOwnEnd(Registry& r, Watched* w) {
@@ -474,12 +483,14 @@ int emulatedTimelineCreate() {
     }
 }
 
-std::optional<int> emulatedFenceCreate(int timeline, const char* name, unsigned value) {
+std::optional<int> emulatedFenceCreate(int timeline, const char* /*name*/, unsigned value) {
     return locked<int>(-1, [&](Registry& r) -> std::optional<int> {
         Timeline* t = findTimelineLocked(r, timeline);
         if (t == nullptr) return std::nullopt;
+        // The driver keeps no name of the caller's for a fence: the kernel names its sync file
+        // after the driver, the timeline, its fence context and the value.
         FenceState state;
-        copyName(state.name, name);
+        kernelName(state.name, kDriverName, t->name, t->id, value);
         StoredPoint p{};
         memcpy(p.info.obj_name, t->name, sizeof(p.info.obj_name));
         copyName(p.info.driver_name, kDriverName);
@@ -530,33 +541,58 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
             return -1;
         }
         if (fd2 == fd1) b = a;
-        // One point per timeline, the later one: the earlier is implied by it.
+        // As the kernel merges: the points of both that are still pending, ordered by timeline
+        // (in the order the timelines were made) and only the latest of each; when none is
+        // pending, one signalled record of the kernel's stub fence, at the latest signal time.
         FenceState merged;
-        copyName(merged.name, name);
-        merged.points = std::move(a.points);
-        merged.timelines = std::move(a.timelines);
-        for (size_t i = 0; i < b.points.size(); ++i) {
-            const StoredPoint& p = b.points[i];
-            auto it = std::find_if(
-                    merged.points.begin(), merged.points.end(),
-                    [&p](const StoredPoint& q) { return q.timelineId == p.timelineId; });
-            if (it == merged.points.end()) {
-                merged.points.push_back(p);
-                merged.timelines.push_back(b.timelines[i]);
-                continue;
-            }
-            // A pending point wins over one that has signalled, whatever their values say
-            // (across a wrap of the counter an equal or "later" value may have signalled
-            // first), so the merge never signals before both fences have.
-            const bool pending = p.info.status == 0;
-            if (pending != (it->info.status == 0)
-                        ? pending
-                        : static_cast<int32_t>(distance(p.value, it->value)) > 0) {
-                const size_t at = static_cast<size_t>(it - merged.points.begin());
-                *it = p;
-                merged.timelines[at] = b.timelines[i];
+        uint64_t latest = 0;
+        for (FenceState* from : {&a, &b}) {
+            for (size_t i = 0; i < from->points.size(); ++i) {
+                const StoredPoint& p = from->points[i];
+                if (p.info.status == 0) {
+                    merged.points.push_back(p);
+                    merged.timelines.push_back(from->timelines[i]);
+                } else {
+                    latest = std::max<uint64_t>(latest, p.info.timestamp_ns);
+                }
             }
         }
+        std::vector<size_t> order(merged.points.size());
+        for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+        std::stable_sort(order.begin(), order.end(), [&merged](size_t x, size_t y) {
+            const StoredPoint &p = merged.points[x], &q = merged.points[y];
+            if (p.timelineId != q.timelineId) return p.timelineId < q.timelineId;
+            return static_cast<int32_t>(distance(p.value, q.value)) > 0;
+        });
+        FenceState kept;
+        for (size_t i : order) {
+            const StoredPoint& p = merged.points[i];
+            if (!kept.points.empty() && kept.points.back().timelineId == p.timelineId) continue;
+            kept.points.push_back(p);
+            kept.timelines.push_back(merged.timelines[i]);
+        }
+        if (kept.points.empty()) {
+            StoredPoint stub{};
+            copyName(stub.info.obj_name, kStubName);
+            copyName(stub.info.driver_name, kStubName);
+            stub.info.status = 1;
+            stub.info.timestamp_ns = latest;
+            kept.points.push_back(stub);
+            kept.timelines.push_back(nullptr);
+        }
+        // Without a name the kernel names the result after the fence it is: the one pending
+        // point's own, the stub's, or an array of several on a context of its own.
+        if (name != nullptr && name[0] != '\0') {
+            copyName(kept.name, name);
+        } else if (kept.points.size() > 1) {
+            kernelName(kept.name, "dma_fence_array", "unbound", r.nextTimelineId++, 1);
+        } else if (kept.points[0].timelineId == 0) {
+            kernelName(kept.name, kStubName, kStubName, 0, 0);
+        } else {
+            const StoredPoint& p = kept.points[0];
+            kernelName(kept.name, kDriverName, p.info.obj_name, p.timelineId, p.value);
+        }
+        merged = std::move(kept);
         if (merged.points.size() > kMaxPoints) {
             errno = ENOMEM;
             return -1;

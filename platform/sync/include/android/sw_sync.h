@@ -17,8 +17,10 @@ extern "C" {
 /// Makes a new timeline at 0. Returns its descriptor, or -1 with errno set.
 int sw_sync_timeline_create(void);
 
-/// Makes a fence named `name` that signals when `timeline` reaches `value`. Returns the fence's
-/// descriptor, or -1 with errno set.
+/// Makes a fence that signals when `timeline` reaches `value`. As with the kernel's driver,
+/// `name` is not kept: the fence is named "sw_sync-<timeline><context>-<value>", the timeline
+/// being named after the thread that made it. Returns the fence's descriptor, or -1 with errno
+/// set.
 int sw_sync_fence_create(int timeline, const char* name, unsigned value);
 
 /// Advances `timeline` by `count` and signals the fences it reached. Returns 0, or -1 with errno
