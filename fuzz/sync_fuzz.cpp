@@ -40,7 +40,7 @@ namespace {
 }
 
 // The process's sockets and pipes that close on exec: every emulated timeline and fence is a
-// pipe (a fence of many points a pair of sockets), all made close-on-exec. (libFuzzer's own
+// pipe, made close-on-exec. (libFuzzer's own
 // files come and go between inputs, and its symbolizer's pipes stay open once started, so all
 // descriptors would not do.) The listing stays open and is read again from the start; fstat
 // tells the kind without the path walk a readlink of each entry would cost.

@@ -78,7 +78,7 @@ staging="$kdir/rootfs"
 rm -rf "$staging"
 mkdir -p "$staging"/{bin,usr/bin,proc,sys,dev,tmp,zorcam}
 cp "$busybox" "$staging/bin/busybox"
-for applet in sh env mount poweroff timeout cat cut rm; do
+for applet in sh env mount poweroff timeout cat cut grep rm; do
     ln -s busybox "$staging/bin/$applet"
 done
 # A cross build runs the programs a test starts under ZORCAM_TEST_EMULATOR (qemu-user);
@@ -104,9 +104,9 @@ seconds=${ZORCAM_VM_SECONDS:-600}
 start=$SECONDS
 set +e
 timeout --kill-after=10 "$seconds" qemu-system-aarch64 -M virt -cpu max -smp 2 -m 1G \
-    -nographic -no-reboot -kernel "$image" -initrd "$initramfs" \
+    -nographic -nic none -no-reboot -kernel "$image" -initrd "$initramfs" \
     -append "console=ttyAMA0 panic=-1 quiet" </dev/null 2>&1 |
-    tr -d '\r' | tee "$console" | grep --line-buffered -E '^zorcam-vm: (booted|program|FAILED|done)'
+    tr -d '\r' | tee "$console" | grep --line-buffered -E '^zorcam-vm: (booted|program|FAILED|skipped|done)'
 qemu_rc=${PIPESTATUS[0]}
 set -e
 elapsed=$((SECONDS - start))

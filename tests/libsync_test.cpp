@@ -230,9 +230,8 @@ TEST_F(LibsyncTest, InfoDescribesNameStatusAndEveryPointAsTheKernelDoes) {
             << info.file.status;
 }
 
-// A fence of more points than one pipe write holds is made another way (a socket pair); it
-// acts as any other: pending until its last point, one record per point, mergeable, and gone
-// with its last descriptor.
+// A fence merged from many timelines acts as any other: pending until its last point, one
+// record per point, mergeable, and gone with its last descriptor.
 TEST_F(LibsyncTest, AFenceOfManyPointsActsAsAnyOther) {
     const int before = openFdCount();
     std::vector<int> timelines(48);

@@ -1,32 +1,25 @@
 // In-process emulation of software sync timelines.
 //
 // How a fence is made. Every emulated fence is a pipe: the caller gets the read end, the
-// emulation keeps the write end ("own end"). A fence's pipe carries no data while the fence is
-// pending, so poll(POLLIN) blocks on it like on a kernel sync file. When the last point of the
-// fence signals, the emulation writes one message holding the fence's name, status and point
-// records into its own end and closes that end: the caller's end turns readable for good, and
-// the records live in the pipe, where sync_file_info and sync_merge read them with tee() into a
-// pipe of the emulation's own, which leaves them in place. A message of up to PIPE_BUF bytes
-// (41 points) always goes into an empty pipe whole; a fence of more points is a connected pair
-// of AF_UNIX SOCK_SEQPACKET sockets instead, read with MSG_PEEK. A timeline is a pipe as well,
-// which never carries data. A dup() of a fence is the same pipe, so it is the same sync file.
-// (A pipe costs half a socket pair to make and close, and a fence is made for every frame.)
+// emulation keeps the write end ("own end") and the fence's state (name, points). A pending
+// fence's pipe is empty, so poll(POLLIN) blocks on it like on a kernel sync file. When the last
+// point of the fence signals, the emulation writes one byte into its own end, which nobody
+// reads: the caller's end turns readable for good. The own end stays open while the caller
+// holds the fence, since a pipe without a writer would also report POLLHUP, which a kernel
+// sync file never does. A timeline is a pipe as well, which never carries data. A dup() of a
+// fence is the same pipe, so it is the same sync file.
 //
-// Why the records live in the kernel: the state of a signalled fence is then freed by the
-// kernel when the caller closes the last descriptor of the fence, and nothing needs to notice
-// it. While a fence is pending the emulation must keep its own end to be able to signal it,
-// and it must notice when the caller has closed every descriptor of the fence (or of a
-// timeline): then a pipe's write end reports EPOLLERR (a socket's other end EPOLLRDHUP). All
-// own ends sit in one epoll set, and every emulated call first reaps what hung up: a pending
-// fence nobody holds is dropped, a closed timeline signals its pending points with -ENOENT as
-// the kernel does. So the descriptors and memory of a fence abandoned before it signalled are
-// released at the next emulated call of the process (the next timeline advance at the latest);
-// a signalled fence needs no call at all.
+// When the caller has closed every descriptor of a fence or of a timeline, the pipe's write
+// end reports EPOLLERR. All own ends sit in one epoll set, and every emulated call first reaps
+// what hung up: a fence nobody holds is dropped with its state, a closed timeline signals its
+// pending points with -ENOENT as the kernel does. So the descriptors and memory of a fence are
+// released at the next emulated call of the process after the caller closes it (the next
+// timeline advance at the latest).
 //
-// Identity. The caller's descriptor is matched to its pending fence or timeline by its file's
-// inode (st_dev, st_ino), which is unique among open files. A recorded inode can only belong
-// to a file that is still open: its entry is dropped by the reap that follows the close, before
-// any lookup under the same lock.
+// Identity. The caller's descriptor is matched to its fence or timeline by its file's inode
+// (st_dev, st_ino), which is unique among open files. A recorded inode can only belong to a
+// file that is still open: its entry is dropped by the reap that follows the close, before any
+// lookup under the same lock.
 //
 // One mutex guards all of it; every operation is short and never blocks while holding it.
 
@@ -34,14 +27,11 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <limits.h>
 #include <pthread.h>
 #include <signal.h>
 #include <string.h>
 #include <sys/epoll.h>
 #include <sys/prctl.h>
-#include <sys/socket.h>
-#include <sys/uio.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -61,8 +51,6 @@ namespace zorcam_sync {
 
 namespace {
 
-constexpr uint64_t kMagic = 0x7a6f7273796e6331;  // first word of a signalled fence's message
-constexpr size_t kMaxPoints = 1024;               // keeps a message far below the socket buffer
 constexpr char kDriverName[] = "sw_sync";
 constexpr char kStubName[] = "stub";  // the kernel's always-signalled fence
 
@@ -107,12 +95,6 @@ struct StoredPoint {
     uint32_t pad;
 };
 
-// The message a signalled fence holds: this header, then header.file.num_fences points.
-struct MessageHeader {
-    uint64_t magic;
-    struct sync_file_info file;
-};
-
 struct Timeline;
 
 // What an epoll event points at.
@@ -121,8 +103,8 @@ struct Watched {
     int ownFd = -1;
 };
 
-struct PendingFence : Watched {
-    PendingFence() : Watched{false} {}
+struct FenceEntry : Watched {
+    FenceEntry() : Watched{false} {}
     FileKey key{};
     char name[32] = {};
     std::vector<StoredPoint> points;
@@ -131,7 +113,7 @@ struct PendingFence : Watched {
 };
 
 struct PendingRef {
-    PendingFence* fence;
+    FenceEntry* fence;
     size_t index;
 };
 
@@ -154,10 +136,9 @@ struct FenceState {
 struct Registry {
     std::mutex lock;
     int epollFd = -1;
-    int peekFds[2] = {-1, -1};  // where tee() copies a fence's message to read it
     uint64_t nextTimelineId = 1;
     std::unordered_map<FileKey, std::unique_ptr<Timeline>, FileKeyHash> timelines;
-    std::unordered_map<FileKey, std::unique_ptr<PendingFence>, FileKeyHash> fences;
+    std::unordered_map<FileKey, std::unique_ptr<FenceEntry>, FileKeyHash> fences;
 };
 
 // Set once the first emulated timeline exists; until then no descriptor can be emulated and
@@ -182,19 +163,12 @@ bool reached(uint32_t point, uint32_t value) {
     return static_cast<int32_t>(distance(point, value)) <= 0;
 }
 
-// The identity of `fd` when it is a pipe (timelines and fences) or a socket (large fences);
-// `isPipe`, if given, tells which.
-bool keyOf(int fd, FileKey* key, bool* isPipe = nullptr) {
+// The identity of `fd` when it is a pipe, as every emulated timeline and fence is.
+bool keyOf(int fd, FileKey* key) {
     struct stat st{};
-    if (fstat(fd, &st) != 0 || !(S_ISFIFO(st.st_mode) || S_ISSOCK(st.st_mode))) return false;
+    if (fstat(fd, &st) != 0 || !S_ISFIFO(st.st_mode)) return false;
     *key = {st.st_dev, st.st_ino};
-    if (isPipe != nullptr) *isPipe = S_ISFIFO(st.st_mode);
     return true;
-}
-
-// Whether a fence of `n` points is a pipe: its message must fit one atomic pipe write.
-bool fitsPipe(size_t n) {
-    return sizeof(MessageHeader) + n * sizeof(StoredPoint) <= PIPE_BUF;
 }
 
 void copyName(char (&dst)[32], const char* src) {
@@ -225,31 +199,14 @@ void closeOwnEnd(Registry& r, Watched* w) {
     w->ownFd = -1;
 }
 
-// Hands the records to the caller's end. A failure (the caller has already closed the fence)
-// leaves nothing to do: closing the own end still wakes any waiter. The caller may close its
-// last descriptor at any moment, and a write to a pipe nobody reads raises SIGPIPE, which
-// would end the process: unless the caller's end is still held here (`callerHeld`), the
-// signal is blocked for the write and taken back if the write raised it.
-void sendRecords(int ownFd, bool callerHeld, const char (&name)[32],
-                 const std::vector<StoredPoint>& points) {
-    MessageHeader header{};
-    header.magic = kMagic;
-    memcpy(header.file.name, name, sizeof(header.file.name));
-    header.file.status = statusOf(points);
-    header.file.num_fences = static_cast<uint32_t>(points.size());
-    iovec parts[2] = {{&header, sizeof(header)},
-                      {const_cast<StoredPoint*>(points.data()),
-                       points.size() * sizeof(StoredPoint)}};
-    const int count = points.empty() ? 1 : 2;
-    if (!fitsPipe(points.size())) {  // the fence is a socket pair
-        msghdr message{};
-        message.msg_iov = parts;
-        message.msg_iovlen = static_cast<size_t>(count);
-        sendmsg(ownFd, &message, MSG_NOSIGNAL | MSG_DONTWAIT);
-        return;
-    }
+// Turns the caller's end readable for good. The caller may close its last descriptor at any
+// moment (the fence is then reaped at the next call), and a write to a pipe nobody reads raises
+// SIGPIPE, which would end the process: unless the caller's end is still held here
+// (`callerHeld`), the signal is blocked for the write and taken back if the write raised it.
+void markSignalled(int ownFd, bool callerHeld) {
+    const char mark = 1;
     if (callerHeld) {
-        writev(ownFd, parts, count);
+        (void)!write(ownFd, &mark, 1);
         return;
     }
     sigset_t pipeSignal, saved, pendingBefore;
@@ -257,30 +214,23 @@ void sendRecords(int ownFd, bool callerHeld, const char (&name)[32],
     sigaddset(&pipeSignal, SIGPIPE);
     pthread_sigmask(SIG_BLOCK, &pipeSignal, &saved);
     sigpending(&pendingBefore);  // one already pending is not this write's
-    if (writev(ownFd, parts, count) < 0 && errno == EPIPE &&
-        !sigismember(&pendingBefore, SIGPIPE)) {
+    if (write(ownFd, &mark, 1) < 0 && errno == EPIPE && !sigismember(&pendingBefore, SIGPIPE)) {
         const timespec now{};
         sigtimedwait(&pipeSignal, nullptr, &now);
     }
     pthread_sigmask(SIG_SETMASK, &saved, nullptr);
 }
 
-void completeFenceLocked(Registry& r, PendingFence* f) {
-    sendRecords(f->ownFd, false, f->name, f->points);
-    closeOwnEnd(r, f);
-    r.fences.erase(f->key);
-}
-
-void signalPointLocked(Registry& r, const PendingRef& ref, int32_t status, uint64_t now) {
-    PendingFence* f = ref.fence;
+void signalPointLocked(const PendingRef& ref, int32_t status, uint64_t now) {
+    FenceEntry* f = ref.fence;
     f->points[ref.index].info.status = status;
     f->points[ref.index].info.timestamp_ns = now;
     f->timelines[ref.index] = nullptr;
-    if (--f->remaining == 0) completeFenceLocked(r, f);
+    if (--f->remaining == 0) markSignalled(f->ownFd, false);
 }
 
-// A pending fence whose every caller descriptor is closed: nobody can wait on it any more.
-void dropFenceLocked(Registry& r, PendingFence* f) {
+// A fence whose every caller descriptor is closed: nobody can wait on it or ask of it any more.
+void dropFenceLocked(Registry& r, FenceEntry* f) {
     for (size_t i = 0; i < f->timelines.size(); ++i) {
         Timeline* t = f->timelines[i];
         if (t == nullptr) continue;
@@ -297,7 +247,7 @@ void dropFenceLocked(Registry& r, PendingFence* f) {
 void destroyTimelineLocked(Registry& r, Timeline* t) {
     const std::vector<PendingRef> refs = std::move(t->pending);
     const uint64_t now = monotonicNs();
-    for (const PendingRef& ref : refs) signalPointLocked(r, ref, -ENOENT, now);
+    for (const PendingRef& ref : refs) signalPointLocked(ref, -ENOENT, now);
     closeOwnEnd(r, t);
     r.timelines.erase(t->key);
 }
@@ -309,7 +259,7 @@ void reapLocked(Registry& r) {
     while (epoll_wait(r.epollFd, &ev, 1, 0) == 1) {
         Watched* w = static_cast<Watched*>(ev.data.ptr);
         if (w->isTimeline) destroyTimelineLocked(r, static_cast<Timeline*>(w));
-        else dropFenceLocked(r, static_cast<PendingFence*>(w));
+        else dropFenceLocked(r, static_cast<FenceEntry*>(w));
     }
 }
 
@@ -322,7 +272,7 @@ bool watch(Registry& r, Watched* w) {
 
 // Makes a fence holding `state`'s points; returns the caller's descriptor or -1 with errno.
 int makeFenceLocked(Registry& r, FenceState&& state) {
-    auto f = std::make_unique<PendingFence>();
+    auto f = std::make_unique<FenceEntry>();
     memcpy(f->name, state.name, sizeof(f->name));
     f->points = std::move(state.points);
     f->timelines = std::move(state.timelines);
@@ -337,15 +287,8 @@ int makeFenceLocked(Registry& r, FenceState&& state) {
 
     // sv[0] is the caller's end, sv[1] the own end.
     int sv[2];
-    if (fitsPipe(f->points.size()) ? pipe2(sv, O_CLOEXEC) != 0
-                  : socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sv) != 0)
-        return -1;
+    if (pipe2(sv, O_CLOEXEC) != 0) return -1;
     f->ownFd = sv[1];
-    if (f->remaining == 0) {
-        sendRecords(sv[1], true, f->name, f->points);
-        close(sv[1]);
-        return sv[0];
-    }
     if (!keyOf(sv[0], &f->key) || !watch(r, f.get())) {
         const int saved = errno;
         close(sv[0]);
@@ -353,72 +296,29 @@ int makeFenceLocked(Registry& r, FenceState&& state) {
         errno = saved;
         return -1;
     }
+    if (f->remaining == 0) markSignalled(sv[1], true);
     for (size_t i = 0; i < f->timelines.size(); ++i)
         if (f->timelines[i] != nullptr) f->timelines[i]->pending.push_back({f.get(), i});
-    PendingFence* raw = f.get();
+    FenceEntry* raw = f.get();
     r.fences.emplace(raw->key, std::move(f));
     return sv[0];
-}
-
-// Copies the message in the pipe `fd` into `buffer` and leaves it in the pipe: tee() puts the
-// same bytes into the emulation's own pipe, which is then read empty. Whatever a pipe of
-// someone else's holds is read out the same way and found not to be a message.
-ssize_t peekPipe(Registry& r, int fd, char* buffer, size_t size) {
-    const ssize_t copied = tee(fd, r.peekFds[1], size, SPLICE_F_NONBLOCK);
-    if (copied <= 0) return copied;
-    ssize_t got = 0;
-    while (got < copied) {
-        const ssize_t n = read(r.peekFds[0], buffer + got, static_cast<size_t>(copied - got));
-        if (n <= 0) return -1;
-        got += n;
-    }
-    return got;
 }
 
 // Reads the state of the emulated fence `fd`; false when `fd` is not one.
 bool readFenceLocked(Registry& r, int fd, FenceState* out) {
     FileKey key;
-    bool isPipe;
-    if (!keyOf(fd, &key, &isPipe)) return false;
-    if (auto it = r.fences.find(key); it != r.fences.end()) {
-        memcpy(out->name, it->second->name, sizeof(out->name));
-        out->points = it->second->points;
-        out->timelines = it->second->timelines;
-        return true;
-    }
-    // A pipe's message is at most PIPE_BUF bytes. On a socket, one peek reads a message of a
-    // few points; MSG_TRUNC tells the size of a larger one, which a second peek reads whole.
-    alignas(MessageHeader) char small[PIPE_BUF];
-    const ssize_t got =
-            isPipe ? peekPipe(r, fd, small, sizeof(small))
-                   : recv(fd, small, sizeof(small), MSG_PEEK | MSG_DONTWAIT | MSG_TRUNC);
-    if (got < static_cast<ssize_t>(sizeof(MessageHeader))) return false;
-    MessageHeader header;
-    memcpy(&header, small, sizeof(header));
-    if (header.magic != kMagic || header.file.num_fences > kMaxPoints) return false;
-    const size_t n = header.file.num_fences;
-    const size_t size = sizeof(MessageHeader) + n * sizeof(StoredPoint);
-    if (static_cast<size_t>(got) != size) return false;
-    std::vector<char> large;
-    const char* message = small;
-    if (size > sizeof(small)) {
-        large.resize(size);
-        if (recv(fd, large.data(), size, MSG_PEEK | MSG_DONTWAIT) != static_cast<ssize_t>(size))
-            return false;
-        message = large.data();
-    }
-    memcpy(out->name, header.file.name, sizeof(out->name));
-    out->points.resize(n);
-    if (n != 0)
-        memcpy(out->points.data(), message + sizeof(MessageHeader), n * sizeof(StoredPoint));
-    out->timelines.assign(n, nullptr);
+    if (!keyOf(fd, &key)) return false;
+    auto it = r.fences.find(key);
+    if (it == r.fences.end()) return false;
+    memcpy(out->name, it->second->name, sizeof(out->name));
+    out->points = it->second->points;
+    out->timelines = it->second->timelines;
     return true;
 }
 
 Timeline* findTimelineLocked(Registry& r, int fd) {
     FileKey key;
-    bool isPipe;
-    if (!keyOf(fd, &key, &isPipe) || !isPipe) return nullptr;
+    if (!keyOf(fd, &key)) return nullptr;
     auto it = r.timelines.find(key);
     return it == r.timelines.end() ? nullptr : it->second.get();
 }
@@ -445,15 +345,8 @@ int emulatedTimelineCreate() {
     try {
         std::lock_guard<std::mutex> guard(r.lock);
         if (r.epollFd < 0) {
-            if (pipe2(r.peekFds, O_CLOEXEC | O_NONBLOCK) != 0) return -1;
             r.epollFd = epoll_create1(EPOLL_CLOEXEC);
-            if (r.epollFd < 0) {
-                const int saved = errno;
-                close(r.peekFds[0]);
-                close(r.peekFds[1]);
-                errno = saved;
-                return -1;
-            }
+            if (r.epollFd < 0) return -1;
         }
         reapLocked(r);
         auto t = std::make_unique<Timeline>();
@@ -525,7 +418,7 @@ std::optional<int> emulatedTimelineInc(int timeline, unsigned count) {
         refs.erase(keep, refs.end());
         const uint64_t now = monotonicNs();
         // Each due point belongs to a different fence, so completing one frees no other.
-        for (const PendingRef& ref : due) signalPointLocked(r, ref, 1, now);
+        for (const PendingRef& ref : due) signalPointLocked(ref, 1, now);
         return 0;
     });
 }
@@ -593,10 +486,6 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
             kernelName(kept.name, kDriverName, p.info.obj_name, p.timelineId, p.value);
         }
         merged = std::move(kept);
-        if (merged.points.size() > kMaxPoints) {
-            errno = ENOMEM;
-            return -1;
-        }
         return makeFenceLocked(r, std::move(merged));
     });
 }

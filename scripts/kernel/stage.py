@@ -49,8 +49,6 @@ def main():
     regex = sys.argv[3] if len(sys.argv) > 3 else ""
     extra = os.environ.get("ZORCAM_ARM64_ROOT") or os.path.join(os.path.dirname(build),
                                                                  "arm64-root")
-    search_tail = [os.path.join(extra, "usr/lib/p7zip")] + SYSTEM_DIRS
-
     args = ["ctest", "--show-only=json-v1"] + (["-R", regex] if regex else [])
     tests = json.loads(subprocess.run(args, cwd=build, capture_output=True, text=True,
                                       check=True).stdout)["tests"]
@@ -76,15 +74,23 @@ def main():
         if interp and interp not in placed:
             placed[interp] = os.path.realpath(interp)
         for lib in needed:
-            for d in runpath + search_tail:
-                candidate = os.path.join(d, lib)
-                if os.path.exists(candidate):
+            # A directory is looked up in the arm64 root first (files that cannot be installed
+            # beside the host's own, laid out like /), then as it is; only arm64 files count.
+            found = None
+            for d in runpath + SYSTEM_DIRS:
+                for prefix in (extra, ""):
+                    candidate = prefix + os.path.join(d, lib)
+                    if elf_machine(os.path.realpath(candidate)) == 183:
+                        found = (os.path.join(d, lib), os.path.realpath(candidate), d)
+                        break
+                if found:
                     break
-            else:
-                sys.exit(f"stage.py: {lib}, needed by {path}, is not in {runpath + search_tail}")
-            if candidate not in placed:
-                placed[candidate] = os.path.realpath(candidate)
-                pending.append(candidate)
+            if found is None:
+                sys.exit(f"stage.py: no arm64 {lib} (needed by {path}) in {runpath + SYSTEM_DIRS}")
+            target, source, d = found
+            if target not in placed:
+                placed[target] = source
+                pending.append(target)
                 if d not in lib_dirs:
                     lib_dirs.append(d)
 

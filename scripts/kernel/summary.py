@@ -12,14 +12,16 @@ import sys
 def main():
     log, qemu_rc, elapsed, limit = sys.argv[1], int(sys.argv[2]), sys.argv[3], sys.argv[4]
     text = open(log, errors="replace").read()
-    programs = re.findall(r"^zorcam-vm: program (\S+): (\d+) passed, (\d+) failed$", text, re.M)
+    programs = re.findall(r"^zorcam-vm: program (\S+): (\d+) passed, (\d+) failed, (\d+) skipped$",
+                          text, re.M)
     booted = re.search(r"^zorcam-vm: booted in ([\d.]+) s$", text, re.M)
-    done = re.search(r"^zorcam-vm: done in ([\d.]+) s: (\d+) passed, (\d+) failed$", text, re.M)
+    done = re.search(r"^zorcam-vm: done in ([\d.]+) s: (\d+) passed, (\d+) failed, (\d+) skipped$",
+                     text, re.M)
     panic = re.search(r"^.*Kernel panic.*$", text, re.M)
 
     print("== kernel: results")
-    for name, passed, failed in programs:
-        print(f"   {name:<28} {passed:>4} passed {failed:>4} failed")
+    for name, passed, failed, skipped in programs:
+        print(f"   {name:<28} {passed:>4} passed {failed:>4} failed {skipped:>4} skipped")
     problems = []
     if panic:
         problems.append(f"the kernel panicked: {panic.group(0).strip()}")
@@ -31,7 +33,7 @@ def main():
     if booted:
         print(f"   booted in {booted.group(1)} s of guest time; VM ran {elapsed} s in all")
     if done:
-        print(f"   {done.group(2)} passed, {done.group(3)} failed")
+        print(f"   {done.group(2)} passed, {done.group(3)} failed, {done.group(4)} skipped")
     for problem in problems:
         print(f"kernel: {problem}", file=sys.stderr)
     sys.exit(1 if problems else 0)
