@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Builds and runs every test, one stage after another: the normal gcc build, the installed
 # package and Android.bp checks, the ABI check, a clang build, an AddressSanitizer + UBSan
-# build, a ThreadSanitizer build, the arm64 cross build under qemu-user, and the fuzz targets.
+# build, a ThreadSanitizer build, the arm64 cross build under qemu-user and on a real arm64
+# kernel in qemu-system-aarch64, and the fuzz targets.
 # Ends with each stage's time.
 # Extra arguments go to ctest (for example -R Format). ZORCAM_STAGES="test tsan" runs only the
 # stages named.
@@ -63,6 +64,12 @@ stage_arm64() {
     bash "$root/scripts/test-arm64.sh" "${ctest_args[@]}"
 }
 
+# The arm64 build's tests on Linux 6.1 with the sw_sync driver, booted in qemu-system-aarch64
+# (scripts/test-kernel.sh; the kernel is built once and kept under build/kernel/).
+stage_kernel() {
+    bash "$root/scripts/test-kernel.sh"
+}
+
 # Every libFuzzer target for a bounded time (ZORCAM_FUZZ_SECONDS, 60 by default) over its
 # corpus in fuzz/corpus/<target>/, leaving the corpus as it is; a crash, leak or sanitizer report
 # fails the stage and leaves its input in build/fuzz/artifacts/ (scripts/fuzz.sh).
@@ -72,7 +79,7 @@ stage_fuzz() {
 
 # Runs each stage in turn, stopping at the first that fails, and prints every stage's time at
 # the end, whether the run passed or not.
-stages=(${ZORCAM_STAGES:-test delivery abi clang asan tsan arm64 fuzz})
+stages=(${ZORCAM_STAGES:-test delivery abi clang asan tsan arm64 kernel fuzz})
 ctest_args=("$@")
 summary=()
 print_summary() {

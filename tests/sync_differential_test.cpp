@@ -112,7 +112,10 @@ bool runSequence(uint32_t seed, long steps, const std::string& comm, Difference*
         const std::vector<size_t> timelines = liveOf(worlds[0].timelines);
         const std::vector<size_t> fences = liveOf(worlds[0].fences);
         std::string op, answers[2];
-        unsigned kind = static_cast<unsigned>(pick(10));
+        // Fences and merges come twice as often as the rest, so that merged fences of several
+        // pending points meet closed timelines and advances.
+        static const unsigned kKinds[] = {0, 1, 1, 2, 3, 3, 4, 5, 6, 7, 8, 9};
+        unsigned kind = kKinds[pick(sizeof(kKinds) / sizeof(kKinds[0]))];
         if (timelines.empty()) kind = 0;
         else if (kind == 0 && timelines.size() >= 4) kind = 2;
         else if (kind >= 3 && fences.empty()) kind = 1;
@@ -130,7 +133,7 @@ bool runSequence(uint32_t seed, long steps, const std::string& comm, Difference*
             case 1: {
                 const size_t t = timelines[pick(timelines.size())];
                 const uint32_t value = pick(8) == 0 ? static_cast<uint32_t>(rng())
-                                                    : values[t] + static_cast<uint32_t>(pick(7)) - 2;
+                                                    : values[t] + static_cast<uint32_t>(pick(10)) - 2;
                 op = "fence on timeline " + std::to_string(t) + " at " + std::to_string(value);
                 for (int k = 0; k < 2; ++k) {
                     const int fd = sw_sync_fence_create(worlds[k].timelines[t], "fence", value);
@@ -142,7 +145,7 @@ bool runSequence(uint32_t seed, long steps, const std::string& comm, Difference*
             }
             case 2: {
                 const size_t t = timelines[pick(timelines.size())];
-                const uint32_t count = pick(10) == 0 ? 1000u : static_cast<uint32_t>(pick(4));
+                const uint32_t count = pick(20) == 0 ? 1000u : static_cast<uint32_t>(pick(3));
                 op = "advance timeline " + std::to_string(t) + " by " + std::to_string(count);
                 for (int k = 0; k < 2; ++k)
                     answers[k] = errnoText(sw_sync_timeline_inc(worlds[k].timelines[t], count));
