@@ -1,8 +1,13 @@
-# Installation: the library with its soname links and public headers, the host stand-ins
-# (component host-platform), zorcam-util, the CMake package ZorcamStdUtils and zorcam-stdutils.pc.
+# Installation: the library with its soname links (component runtime), the public headers,
+# the link name, the CMake package ZorcamStdUtils and zorcam-stdutils.pc (component dev), the
+# host stand-ins (component host-platform) and zorcam-util (component tool). The components
+# are the Debian packages of cmake/Package.cmake.
 # Installed programs and libraries find each other through $ORIGIN and Debian's AOSP libraries
 # through their RUNPATH.
 include(GNUInstallDirs)
+# Folders made by an install are 0755 whatever the umask, as a Debian package needs them.
+set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 include(CMakePackageConfigHelpers)
 
 # A host build has no platform libraries of its own, so the stand-ins go with the library
@@ -69,9 +74,9 @@ set(ZORCAM_PC_ANDROID_LIBS ${ZORCAM_ANDROID_DEPS})
 set_target_properties(zorcam_stdutils PROPERTIES EXPORT_NAME stdutils
                       INSTALL_RPATH "${ZORCAM_LIB_RPATH}")
 install(TARGETS zorcam_stdutils EXPORT ZorcamStdUtilsTargets
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT dev)
 install(DIRECTORY ${CMAKE_SOURCE_DIR}/include/ ${ZORCAM_GENERATED_INCLUDE}/
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev FILES_MATCHING PATTERN "*.h")
 
 # The host stand-ins: every shared library built under platform/, exported as
 # ZorcamStdUtils::<name without the zorcam_ prefix>, with the headers of platform/<piece>/include
@@ -108,7 +113,7 @@ endforeach()
 
 set_target_properties(zorcam-util PROPERTIES
     INSTALL_RPATH "$ORIGIN/${ZORCAM_BIN_TO_LIB};${ZORCAM_ANDROID_LIB_DIR}")
-install(TARGETS zorcam-util RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+install(TARGETS zorcam-util RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
 
 # The CMake package.
 set(ZORCAM_STANDIN_EXPORTS)
@@ -118,14 +123,15 @@ foreach(target IN LISTS ZORCAM_STANDINS)
 endforeach()
 string(JOIN ", " ZORCAM_STANDIN_EXPORTS ${ZORCAM_STANDIN_EXPORTS})
 string(JOIN " " ZORCAM_ANDROID_DEPS ${ZORCAM_ANDROID_DEPS})
-install(EXPORT ZorcamStdUtilsTargets NAMESPACE ZorcamStdUtils:: DESTINATION ${ZORCAM_CMAKEDIR})
+install(EXPORT ZorcamStdUtilsTargets NAMESPACE ZorcamStdUtils:: DESTINATION ${ZORCAM_CMAKEDIR}
+        COMPONENT dev)
 configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/ZorcamStdUtilsConfig.cmake.in
     ${CMAKE_BINARY_DIR}/package/ZorcamStdUtilsConfig.cmake INSTALL_DESTINATION ${ZORCAM_CMAKEDIR})
 write_basic_package_version_file(${CMAKE_BINARY_DIR}/package/ZorcamStdUtilsConfigVersion.cmake
     COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_BINARY_DIR}/package/ZorcamStdUtilsConfig.cmake
               ${CMAKE_BINARY_DIR}/package/ZorcamStdUtilsConfigVersion.cmake
-        DESTINATION ${ZORCAM_CMAKEDIR})
+        DESTINATION ${ZORCAM_CMAKEDIR} COMPONENT dev)
 
 # pkg-config: paths relative to the .pc file, so the install prefix can be chosen at install
 # time; on a host install the stand-ins' headers and libraries come along.
@@ -147,4 +153,4 @@ configure_file(${CMAKE_SOURCE_DIR}/cmake/zorcam-stdutils.pc.in
 file(GENERATE OUTPUT ${CMAKE_BINARY_DIR}/package/zorcam-stdutils.pc
      INPUT ${CMAKE_BINARY_DIR}/package/zorcam-stdutils.pc.in)
 install(FILES ${CMAKE_BINARY_DIR}/package/zorcam-stdutils.pc
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+        DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)

@@ -2,7 +2,9 @@
 # Installs the Debian packages the build needs, only those missing; silent when all are there.
 # With --arm64, installs instead what the cross build for 64-bit Arm needs (the cross
 # compiler, qemu-user and the arm64 builds of the libraries), adding the arm64 architecture.
-# With --kernel, what the kernel stage needs to build an arm64 kernel and boot it in qemu.
+# With --kernel, what the kernel stage needs to build an arm64 kernel and boot it in qemu;
+# with --docs, what the API reference needs; with --package, what making and checking the
+# Debian packages needs.
 set -euo pipefail
 
 sudo_cmd=()
@@ -21,6 +23,10 @@ if [[ ${1:-} == --arm64 ]]; then
         echo "Adding the arm64 architecture"
         "${sudo_cmd[@]}" dpkg --add-architecture arm64
     fi
+elif [[ ${1:-} == --docs ]]; then
+    packages=(doxygen graphviz python3)
+elif [[ ${1:-} == --package ]]; then
+    packages=(dpkg-dev lintian file xz-utils pkg-config)
 elif [[ ${1:-} == --kernel ]]; then
     packages=(
         linux-source-6.1 make gcc libc6-dev flex bison bc cpio g++-aarch64-linux-gnu

@@ -24,7 +24,8 @@ build="$root/build/arm64"
 echo "== arm64 build"
 ZORCAM_ARM64_ROOT="$arm64_root" cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$root/cmake/aarch64-linux-gnu.cmake" \
-    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZORCAM_WERROR=ON -DZORCAM_BUILD_BENCH=OFF >/dev/null
+    -DCMAKE_BUILD_TYPE=RelWithDebInfo -DZORCAM_WERROR=ON -DZORCAM_BUILD_BENCH=OFF \
+    -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib/aarch64-linux-gnu >/dev/null
 cmake --build "$build" -j "$jobs"
 [[ ${1:-} != --build-only ]] || exit 0
 echo "== arm64 tests (qemu-user)"

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs every test, one stage after another: the normal gcc build, the installed
-# package and Android.bp checks, the ABI check, a clang build, an AddressSanitizer + UBSan
-# build, a ThreadSanitizer build, the arm64 cross build under qemu-user and on a real arm64
-# kernel in qemu-system-aarch64, and the fuzz targets.
+# package and Android.bp checks, the API reference, the ABI check, a clang build, an
+# AddressSanitizer + UBSan build, a ThreadSanitizer build, the arm64 cross build under
+# qemu-user, the Debian packages, the arm64 build on a real arm64 kernel in
+# qemu-system-aarch64, and the fuzz targets.
 # Ends with each stage's time.
 # Extra arguments go to ctest (for example -R Format). ZORCAM_STAGES="test tsan" runs only the
 # stages named.
@@ -22,14 +23,31 @@ run_suite() {
     (cd "$build" && ctest --output-on-failure -j "$jobs" "${ctest_args[@]}")
 }
 
+# The normal build; installed under /usr, as the Debian packages made from it are.
 stage_test() {
-    run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo
+    run_suite test -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr
 }
 
 # Installs the normal build into a scratch prefix, builds the example consumer both ways and
 # checks Android.bp with the Soong tools (needs the test stage's build).
 stage_delivery() {
     "$root/scripts/check-delivery.sh" "$root/build/test"
+}
+
+# The API reference: Doxygen over include/ fails on any undocumented or wrongly documented
+# name, then every symbol the library exports must belong to a documented name.
+stage_docs() {
+    "$root/scripts/deps.sh" --docs
+    cmake --build "$root/build/test" --target docs
+    python3 "$root/scripts/docs-coverage.py" "$root/build/test/docs/xml" \
+        "$root/build/test/lib/libzorcam_stdutils.so"
+}
+
+# The Debian packages for amd64 and arm64 (scripts/package.sh), checked with lintian and
+# installed, used and purged again (scripts/check-packages.sh). Needs the arm64 build.
+stage_package() {
+    bash "$root/scripts/package.sh"
+    bash "$root/scripts/check-packages.sh"
 }
 
 # The binary interface of the release library, for x86_64 and arm64, against abi/
@@ -79,7 +97,7 @@ stage_fuzz() {
 
 # Runs each stage in turn, stopping at the first that fails, and prints every stage's time at
 # the end, whether the run passed or not.
-stages=(${ZORCAM_STAGES:-test delivery abi clang asan tsan arm64 kernel fuzz})
+stages=(${ZORCAM_STAGES:-test delivery docs abi clang asan tsan arm64 package kernel fuzz})
 ctest_args=("$@")
 summary=()
 print_summary() {

@@ -1,8 +1,13 @@
 #pragma once
 
-// The image-format registry: one immutable, reference-counted descriptor per image format,
-// the catalogue of the 82 formats the camera pipeline exchanges, and queries by format id.
-// Everything here is read-only after the library is loaded and may be used from any thread.
+/// \file
+/// The image-format registry: one immutable, reference-counted descriptor per image format,
+/// the catalogue of the 82 formats the camera pipeline exchanges, and queries by format id.
+/// Everything here is read-only after the library is loaded and may be used from any thread.
+///
+/// The queries by format id answer an unregistered id with the failure value (false, 0 or
+/// "unknown") after the registry is dumped and "Unsupported Image Format" is logged. Plane
+/// indexes are not range-checked. On a registered id none allocates (but the name's string).
 
 #include <zorcam/utils/std/Export.h>
 
@@ -16,26 +21,40 @@
 
 namespace NSCam {
 namespace Utils {
+/// The image-format registry.
 namespace Format {
 
 /// A format descriptor. Obtained from the registry (getMapper()); never created by callers.
 class ZORCAM_EXPORT IImgFmt : public android::RefBase {
 public:
-    /// Short name ("NV21"), owned by the descriptor and valid while it lives.
+    /// The format's short name.
+    /// \return the short name ("NV21"), owned by the descriptor and valid while it lives.
     virtual char const* getName() const = 0;
-    /// Number of planes: 1, 2 or 3.
+    /// How many planes the format has.
+    /// \return the number of planes: 1, 2 or 3.
     virtual size_t getPlaneCount() const = 0;
-    /// Width in pixels of plane planeIndex for an image widthInPixels wide. The index is not
-    /// range-checked: any non-zero index of a subsampled format is a chroma plane.
+    /// The index is not range-checked: any non-zero index of a subsampled format is a chroma
+    /// plane.
+    /// \param planeIndex the plane, from 0.
+    /// \param widthInPixels the image's width.
+    /// \return the plane's width in pixels.
     virtual size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const = 0;
-    /// Height in pixels of plane planeIndex for an image heightInPixels high.
+    /// The index is not range-checked, as for getPlaneWidthInPixels().
+    /// \param planeIndex the plane, from 0.
+    /// \param heightInPixels the image's height.
+    /// \return the plane's height in pixels.
     virtual size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const = 0;
-    /// Bits per pixel of plane planeIndex over that plane's own grid; 0 for planes the format
-    /// does not have (also for any index of 3 or more).
+    /// Bits per pixel of one plane.
+    /// \param planeIndex the plane, from 0.
+    /// \return bits per pixel of the plane over its own grid; 0 for planes the format does not
+    /// have (also for any index of 3 or more).
     virtual int getPlaneBitsPerPixel(size_t planeIndex) const = 0;
-    /// Bits per pixel of the whole image over the full-resolution grid.
+    /// Bits per pixel of the whole image.
+    /// \return bits per pixel of the whole image over the full-resolution grid.
     virtual int getImageBitsPerPixel() const = 0;
-    /// false only for the UFO Bayer formats.
+    /// Whether the format's buffer information can be trusted.
+    /// \return whether the format's buffer information is valid: false only for the UFO Bayer
+    /// formats.
     virtual bool checkValidBufferInfo() const = 0;
 };
 
@@ -51,12 +70,12 @@ public:
 protected:
     ~CBaseImgFmt() override;
 
-    android::String8 mDescription;
-    android::String8 mName;
-    int32_t mFormat = 0;
-    size_t mPlaneCount = 0;
-    int32_t mImageBitsPerPixel = 0;
-    int32_t mPlaneBitsPerPixel[3] = {0, 0, 0};
+    android::String8 mDescription;  ///< The catalogue's description ("NV21, 2 plane ...").
+    android::String8 mName;  ///< The short name.
+    int32_t mFormat = 0;  ///< The format id (an EImageFormat value).
+    size_t mPlaneCount = 0;  ///< 1, 2 or 3.
+    int32_t mImageBitsPerPixel = 0;  ///< Bits per pixel over the full-resolution grid.
+    int32_t mPlaneBitsPerPixel[3] = {0, 0, 0};  ///< Per plane, over the plane's grid.
 };
 
 /// Full-size rule: every plane is W x H.
@@ -81,15 +100,19 @@ public:
     bool checkValidBufferInfo() const override;
 };
 
-/// 4:2:0 rule: chroma planes are half width and half height (rounded down).
+/// Declares the 4:2:0 geometry class for formats of the given bits per pixel.
 #define ZORCAM_IMG_FMT_YUV420_FAMILY(bits)                                                      \
+    /** 4:2:0 rule, bits bits per pixel: chroma planes are half width and half height         \
+        (rounded down). */                                                                    \
     class ZORCAM_EXPORT CBaseImgFmt_YUV420_2_3_Plane_##bits##Bits : public CBaseImgFmt {        \
     public:                                                                                     \
         size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;   \
         size_t getPlaneHeightInPixels(size_t planeIndex, size_t heightInPixels) const override; \
     };
-/// 4:2:2 rule: chroma planes are half width (rounded down) and full height.
+/// Declares the 4:2:2 geometry class for formats of the given bits per pixel.
 #define ZORCAM_IMG_FMT_YUV422_FAMILY(bits)                                                      \
+    /** 4:2:2 rule, bits bits per pixel: chroma planes are half width (rounded down) and      \
+        full height. */                                                                       \
     class ZORCAM_EXPORT CBaseImgFmt_YUV422_2_3_Plane_##bits##Bits : public CBaseImgFmt {        \
     public:                                                                                     \
         size_t getPlaneWidthInPixels(size_t planeIndex, size_t widthInPixels) const override;   \
@@ -104,9 +127,9 @@ ZORCAM_IMG_FMT_YUV422_FAMILY(32)
 #undef ZORCAM_IMG_FMT_YUV420_FAMILY
 #undef ZORCAM_IMG_FMT_YUV422_FAMILY
 
-// The catalogue, in the order of registration. Each row:
-//   X(name, id, description, planes, image bits, plane bits 0, 1, 2, geometry family)
-// The leaf class is CImgFmt<name>, derived from CBaseImgFmt_<family>.
+/// The catalogue, in the order of registration. Each row:
+///   X(name, id, description, planes, image bits, plane bits 0, 1, 2, geometry family).
+/// The leaf class is CImgFmt<name>, derived from CBaseImgFmt_<family>.
 #define ZORCAM_IMG_FMT_CATALOGUE(X) \
     X(YV12, 0x32315659, "YV12, 3 plane (Y)(V)(U), 420p", 3, 12, 8, 8, 8, YUV420_2_3_Plane_12Bits) \
     X(I420, 0x2007, "I420, 3 plane (Y)(U)(V)", 3, 12, 8, 8, 8, YUV420_2_3_Plane_12Bits) \
@@ -193,15 +216,18 @@ ZORCAM_IMG_FMT_YUV422_FAMILY(32)
 
 /// Format ids, one per catalogue row.
 enum EImageFormat : int {
+/// One enumerator per catalogue row: eImgFmt_<name> = id.
 #define ZORCAM_IMG_FMT_ID(name, id, ...) eImgFmt_##name = id,
     ZORCAM_IMG_FMT_CATALOGUE(ZORCAM_IMG_FMT_ID)
 #undef ZORCAM_IMG_FMT_ID
 };
 
-// The leaf descriptor classes: a constructor that sets the row's constants, nothing else.
+/// Declares the leaf descriptor class of one catalogue row.
 #define ZORCAM_IMG_FMT_LEAF(name, id, desc, planes, imageBits, bits0, bits1, bits2, family) \
+    /** The name descriptor (id id): desc; planes planes, imageBits bits per pixel. */      \
     class ZORCAM_EXPORT CImgFmt##name : public CBaseImgFmt_##family {                       \
     public:                                                                                 \
+        /** Sets the catalogue row's constants; the registry makes the one instance. */    \
         CImgFmt##name();                                                                    \
     };
 ZORCAM_IMG_FMT_CATALOGUE(ZORCAM_IMG_FMT_LEAF)
@@ -213,6 +239,7 @@ using ImgFmtMap = android::DefaultKeyedVector<int, android::sp<IImgFmt>>;
 /// The one process-wide registry, built when the library is loaded and never changed.
 class ZORCAM_EXPORT MapMgr {
 public:
+    /// Registers every catalogue row; the library makes the one instance (getMapMgr()).
     MapMgr();
     ~MapMgr();
 
@@ -222,29 +249,58 @@ private:
     ImgFmtMap mMap;
 };
 
-/// The registry; never null.
+/// The process-wide registry.
+/// \return the registry; never null.
 ZORCAM_EXPORT MapMgr* getMapMgr();
 
-/// A copy of the registry's map. It shares the registry's storage (no entry is copied) until
-/// the caller changes its copy; changes affect the copy only.
+/// The registry's map, shared until changed.
+/// \return a copy of the registry's map. It shares the registry's storage (no entry is
+/// copied) until the caller changes its copy; changes affect the copy only.
 ZORCAM_EXPORT ImgFmtMap getMapper();
 
 /// Writes the whole registry to the log as warnings: the size, then one line per entry.
 ZORCAM_EXPORT void dumpMapInformation();
 
-// Queries by format id. An unregistered id is answered with the failure value (false, 0 or
-// "unknown") after the registry is dumped and "Unsupported Image Format" is logged. Plane
-// indexes are not range-checked. On a registered id none allocates (but the name's string).
 
+/// Whether a format id is registered.
+/// \param imageFormat a format id.
+/// \return whether the id is registered (an unregistered id is also logged, as below).
 ZORCAM_EXPORT bool checkValidFormat(int imageFormat);
+/// A format's short name.
+/// \param imageFormat a format id.
+/// \return the format's short name; "unknown" for an unregistered id.
 ZORCAM_EXPORT std::string queryImageFormatName(int imageFormat);
+/// A format's plane count.
+/// \param imageFormat a format id.
+/// \return the number of planes; 0 for an unregistered id.
 ZORCAM_EXPORT size_t queryPlaneCount(int imageFormat);
+/// A plane's width for an image width.
+/// \param imageFormat a format id.
+/// \param planeIndex the plane, from 0 (not range-checked).
+/// \param widthInPixels the image's width.
+/// \return the plane's width in pixels; 0 for an unregistered id.
 ZORCAM_EXPORT size_t queryPlaneWidthInPixels(int imageFormat, size_t planeIndex,
                                              size_t widthInPixels);
+/// A plane's height for an image height.
+/// \param imageFormat a format id.
+/// \param planeIndex the plane, from 0 (not range-checked).
+/// \param heightInPixels the image's height.
+/// \return the plane's height in pixels; 0 for an unregistered id.
 ZORCAM_EXPORT size_t queryPlaneHeightInPixels(int imageFormat, size_t planeIndex,
                                               size_t heightInPixels);
+/// A plane's bits per pixel.
+/// \param imageFormat a format id.
+/// \param planeIndex the plane, from 0.
+/// \return bits per pixel of the plane over its own grid; 0 for a plane the format does not
+/// have or an unregistered id.
 ZORCAM_EXPORT int queryPlaneBitsPerPixel(int imageFormat, size_t planeIndex);
+/// An image's bits per pixel.
+/// \param imageFormat a format id.
+/// \return bits per pixel of the whole image; 0 for an unregistered id.
 ZORCAM_EXPORT int queryImageBitsPerPixel(int imageFormat);
+/// Whether a format's buffer information can be trusted.
+/// \param imageFormat a format id.
+/// \return false for the UFO Bayer formats and an unregistered id, true otherwise.
 ZORCAM_EXPORT bool checkValidBufferInfo(int imageFormat);
 
 }  // namespace Format

@@ -1,5 +1,8 @@
 #pragma once
 
+/// \file
+/// Display frame pacing for a preview stream.
+
 #include <zorcam/utils/std/Export.h>
 
 #include <utils/RefBase.h>
@@ -18,16 +21,22 @@ namespace Utils {
 /// One controller serves one stream; its calls must not overlap. Held through android::sp.
 class ZORCAM_EXPORT FrameController : public virtual android::RefBase {
 public:
+    /// Reads the "debug.camera.fctrl.*" properties.
+    /// \param name the stream's name; it appears in every log line of the controller.
     explicit FrameController(android::String8 name);
     virtual ~FrameController();
 
-    /// The name given at construction; it appears in every log line of the controller.
+    /// The controller's name.
+    /// \return the name given at construction.
     virtual android::String8 getName();
 
-    /// timestamp: the frame's time stamp in ns on the clock of
-    /// systemTime(SYSTEM_TIME_MONOTONIC). The first five calls measure the display delay, the
-    /// first frame at or under the measured average is held back once by the first-frame delay
-    /// (15 ms by default), and every later call sleeps for what is left of the frame interval.
+    /// Paces one frame. The first five calls measure the display delay, the first frame at or
+    /// under the measured average is held back once by the first-frame delay (15 ms by
+    /// default), and every later call sleeps for what is left of the frame interval. A call
+    /// whose sleep would reach the maximum sleep ("debug.camera.fctrl.smaxms", 1 s by default)
+    /// does not sleep and logs the warning "Check Frame conrol parameters, something wrong".
+    /// \param timestamp the frame's time stamp in ns on the clock of
+    /// systemTime(SYSTEM_TIME_MONOTONIC).
     virtual void bufferControl(long timestamp);
 
 private:

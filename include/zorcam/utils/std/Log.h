@@ -1,6 +1,7 @@
 #pragma once
 
-// Exported entry points of the log front end, with C linkage.
+/// \file
+/// Exported entry points of the log front end, with C linkage.
 
 #include <zorcam/utils/std/Export.h>
 
@@ -8,8 +9,11 @@
 extern "C" {
 #endif
 
-/// Whether a property-gated line of level letter 'E', 'W', 'I', 'D' or 'V' is to be written
-/// under the camera log level read when the library was loaded: 1 or 0. The tag is not used.
+/// Tells whether a property-gated line is to be written under the camera log level read when
+/// the library was loaded. Any thread.
+/// \param tag not used.
+/// \param level the line's level letter: 'E', 'W', 'I', 'D' or 'V'.
+/// \return 1 when such a line is written, 0 otherwise (also for any other letter).
 ZORCAM_EXPORT int zorcam_testLog(const char* tag, int level);
 
 /// Kept for callers of the engineering-load switch; does nothing.
