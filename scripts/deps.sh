@@ -18,6 +18,7 @@ if [[ ${1:-} == --arm64 ]]; then
         android-libbase-dev:arm64 android-libbacktrace-dev:arm64
         libgtest-dev:arm64 libgmock-dev:arm64 libpng-dev:arm64
         libswscale-dev:arm64 libavutil-dev:arm64 libxml2-dev:arm64 nlohmann-json3-dev
+        libcli11-dev zlib1g-dev:arm64
     )
     if ! dpkg --print-foreign-architectures | grep -qx arm64; then
         echo "Adding the arm64 architecture"
@@ -38,7 +39,8 @@ else
         android-libutils-dev android-liblog-dev android-libcutils-dev android-libbase-dev
         android-libbacktrace-dev
         libgtest-dev libgmock-dev libbenchmark-dev
-        libpng-dev libswscale-dev libavutil-dev libxml2-dev nlohmann-json3-dev
+        libpng-dev libswscale-dev libavutil-dev libxml2-dev nlohmann-json3-dev libcli11-dev
+        zlib1g-dev
         clang libclang-rt-dev
         mini-soong blueprint-tools dpkg-dev
         abigail-tools

@@ -20,6 +20,7 @@ struct DemoOptions {
     int dumpEvery = 10;
     double jitterMs = 3;
     std::string out = "zorcam-demo";
+    std::string log;  // --log: the library's lines go to this file too
 };
 
 /// One slice of a thread's time in the trace.

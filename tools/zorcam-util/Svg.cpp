@@ -120,4 +120,42 @@ void svgSeries(std::ostream& out, int panel, const std::string& title, const std
         xLabel(out, y0, kLeft + t / 4.0 * kPlotW, xMin + t * (xMax - xMin) / 4);
 }
 
+void svgLines(std::ostream& out, int panel, const std::string& title,
+              const std::vector<SvgLine>& lines) {
+    const int y0 = panel * kSvgPanelHeight + kTop;
+    double xMin = INFINITY, xMax = -INFINITY, yMax = 0;
+    for (const SvgLine& l : lines) {
+        const size_t n = std::min(l.x.size(), l.y.size());
+        for (size_t i = 0; i < n; ++i) {
+            xMin = std::min(xMin, l.x[i]);
+            xMax = std::max(xMax, l.x[i]);
+            if (std::isfinite(l.y[i])) yMax = std::max(yMax, l.y[i]);
+        }
+    }
+    if (!(xMin < xMax)) {
+        xMin = std::isfinite(xMin) ? xMin : 0;
+        xMax = xMin + 1;
+    }
+    yMax = yMax > 0 ? yMax * 1.1 : 1;
+    axis(out, y0, title, yMax);
+    auto px = [&](double v) { return kLeft + (v - xMin) / (xMax - xMin) * kPlotW; };
+    auto py = [&](double v) { return y0 + kPlotH - std::clamp(v / yMax, 0.0, 1.0) * kPlotH; };
+    double labelY = y0 + 2;
+    for (const SvgLine& l : lines) {
+        const size_t n = std::min(l.x.size(), l.y.size());
+        if (n > 0) {
+            out << "<polyline fill=\"none\" stroke=\"" << l.colour << "\""
+                << (l.dashed ? " stroke-dasharray=\"4 3\"" : "") << " points=\"";
+            for (size_t i = 0; i < n; ++i) out << px(l.x[i]) << ',' << py(l.y[i]) << ' ';
+            out << "\"/>\n";
+        }
+        out << "<text x=\"" << kLeft + kPlotW - 4 << "\" y=\"" << labelY
+            << "\" text-anchor=\"end\" fill=\"" << l.colour << "\">" << xmlEscape(l.label)
+            << "</text>\n";
+        labelY += 12;
+    }
+    for (int t = 0; t <= 4; ++t)
+        xLabel(out, y0, kLeft + t / 4.0 * kPlotW, xMin + t * (xMax - xMin) / 4);
+}
+
 }  // namespace zorcam_util

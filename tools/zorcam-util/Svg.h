@@ -30,4 +30,16 @@ void svgHistogram(std::ostream& out, int panel, const std::string& title,
 void svgSeries(std::ostream& out, int panel, const std::string& title, const std::vector<double>& x,
                const std::vector<double>& y, double yRef = NAN);
 
+/// One line of a multi-line chart.
+struct SvgLine {
+    std::string label;
+    std::vector<double> x, y;
+    const char* colour = "steelblue";
+    bool dashed = false;
+};
+
+/// Several lines over shared axes, labelled in the panel's top right corner.
+void svgLines(std::ostream& out, int panel, const std::string& title,
+              const std::vector<SvgLine>& lines);
+
 }  // namespace zorcam_util

@@ -43,9 +43,17 @@
 #include <thread>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+#include <android/log.h>
+
+#include <cerrno>
+#include <ctime>
+#include <fstream>
+
 #include "Args.h"
 #include "Clock.h"
 #include "Command.h"
+#include "ReportPage.h"
 #include "RawImage.h"
 #include "StampReader.h"
 #include "Stats.h"
@@ -509,46 +517,16 @@ void Pipeline::run() {
     r.threads = {mSensorLog.trace, mProcessingLog.trace, mDisplayLog.trace};
 }
 
-bool parseOptions(const std::vector<std::string>& args, DemoOptions* o, std::string* error) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (i + 1 >= args.size()) {
-            *error = a + " needs a value";
+// What CLI11 cannot check: the size's shape and the format's name.
+bool checkOptions(const std::string& size, DemoOptions* o, std::string* error) {
+    if (!size.empty()) {
+        uint64_t w = 0, h = 0;
+        if (!parseSize(size, &w, &h) || w < 16 || h < 16 || w > 8192 || h > 8192) {
+            *error = "bad value for --size: '" + size + "' (WxH, 16 to 8192 each)";
             return false;
         }
-        const std::string& v = args[++i];
-        long n = 0;
-        bool ok = true;
-        if (a == "--fps") {
-            ok = parseDouble(v, 1, 240, &o->fps);
-        } else if (a == "--seconds") {
-            ok = parseDouble(v, 0.1, 3600, &o->seconds);
-        } else if (a == "--jitter-ms") {
-            ok = parseDouble(v, 0, 100, &o->jitterMs);
-        } else if (a == "--buffers") {
-            ok = parseInt(v, 2, 64, &n);
-            o->buffers = static_cast<int>(n);
-        } else if (a == "--dump-every") {
-            ok = parseInt(v, 0, 1000000, &n);
-            o->dumpEvery = static_cast<int>(n);
-        } else if (a == "--size") {
-            uint64_t w = 0, h = 0;
-            ok = parseSize(v, &w, &h) && w >= 16 && h >= 16 && w <= 8192 && h <= 8192;
-            o->width = static_cast<int>(w);
-            o->height = static_cast<int>(h);
-        } else if (a == "--format") {
-            o->formatName = v;
-        } else if (a == "--out") {
-            ok = !v.empty();
-            o->out = v;
-        } else {
-            *error = "unknown argument '" + a + "'";
-            return false;
-        }
-        if (!ok) {
-            *error = "bad value for " + a + ": '" + v + "'";
-            return false;
-        }
+        o->width = static_cast<int>(w);
+        o->height = static_cast<int>(h);
     }
     const auto map = Fmt::getMapper();
     const auto fmt = findFormat(map, o->formatName, &o->format);
@@ -617,14 +595,49 @@ void printSummary(const DemoOptions& o, const DemoResult& r, const ReportSummary
            r.descriptorsAfter);
 }
 
-int run(const std::vector<std::string>& args) {
-    DemoOptions o;
+// The library's lines of a run with --log: written as the host's liblog writes them on stderr
+// ("TAG L MM-DD HH:MM:SS  PID   TID message"), to stderr and to the log file alike.
+FILE* sLogFile = nullptr;
+std::mutex sLogLock;
+
+void teeLogger(const __android_logger_data* m, const char* message) {
+    static const char kLevels[] = "??VDIWEF";
+    const char level = m->priority >= 0 && m->priority < 8 ? kLevels[m->priority] : '?';
+    const time_t now = time(nullptr);
+    struct tm local;
+    localtime_r(&now, &local);
+    char stamp[32];
+    strftime(stamp, sizeof(stamp), "%m-%d %H:%M:%S", &local);
+    char head[128];
+    snprintf(head, sizeof(head), "%s %c %s %5d %5d ", m->tag ? m->tag : "nullptr", level, stamp,
+             getpid(), static_cast<int>(gettid()));
+    std::lock_guard<std::mutex> lock(sLogLock);
+    fprintf(stderr, "%s%s\n", head, message);
+    if (sLogFile != nullptr) fprintf(sLogFile, "%s%s\n", head, message);
+}
+
+int run(DemoOptions o, const std::string& size) {
     std::string error;
-    if (!parseOptions(args, &o, &error)) {
-        fprintf(stderr, "zorcam-util demo: %s\n", error.c_str());
-        return 2;
-    }
+    if (!checkOptions(size, &o, &error)) return badArgument("demo", error);
     if (!zorcam_util::makeOutputDir("demo", o.out)) return 1;
+    std::unique_ptr<FILE, int (*)(FILE*)> logFile(nullptr, fclose);
+    if (!o.log.empty()) {
+        logFile.reset(fopen(o.log.c_str(), "w"));
+        if (logFile == nullptr)
+            return badArgument("demo", "cannot write --log " + o.log + ": " + strerror(errno));
+        sLogFile = logFile.get();
+        __android_log_set_logger(teeLogger);
+        // What the report reads: the frame controller's per-frame lines (its log-level
+        // property, read when the controller is made), the profiles' debug lines (the unified
+        // logger's level) and liblog's debug lines, which a host drops unless asked. The
+        // meters' lines need the camera log level at 3 or more, which is read when the library
+        // loads: set persist.vendor.zor.camera.log_level beforehand to have them.
+        property_set("debug.camera.fctrl.loglevel", "2");
+        NSCam::Utils::ULog::ULogger::sDetailsLevel =
+                std::max<uint32_t>(NSCam::Utils::ULog::ULogger::sDetailsLevel,
+                                   NSCam::Utils::ULog::DETAILS_DEBUG);
+        __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
+    }
     ULogPrinter log(kLibraryModule, kTag, NSCam::Utils::ULog::DETAILS_INFO);
     log.printFormatLine("demo: %s %dx%d, %.3g fps, %.3g s, report in %s", o.formatName.c_str(),
                         o.width, o.height, o.fps, o.seconds, o.out.c_str());
@@ -655,6 +668,10 @@ int run(const std::vector<std::string>& args) {
     const bool reported = writeDemoReport(o, result, &report, &error);
     printSummary(o, result, report);
     log.printLine("demo: done");
+    if (logFile != nullptr) {
+        std::lock_guard<std::mutex> lock(sLogLock);
+        sLogFile = nullptr;
+    }
     if (!reported) {
         fprintf(stderr, "zorcam-util demo: %s\n", error.c_str());
         return 1;
@@ -663,11 +680,33 @@ int run(const std::vector<std::string>& args) {
     return 0;
 }
 
-const Command sDemo("demo",
-                    "[--fps 30] [--seconds 5] [--size 1920x1080] [--format NV21] [--buffers 6] "
-                    "[--dump-every 10] [--jitter-ms 3] [--out DIR]  a synthetic camera preview "
-                    "through every subsystem, with a report",
-                    run);
+const Command sDemo(
+        "demo", "A synthetic camera preview through every subsystem, with a report.",
+        [](CLI::App& command) -> Command::Runner {
+            auto o = std::make_shared<DemoOptions>();
+            auto size = std::make_shared<std::string>();
+            command.add_option("--fps", o->fps, "frame rate (default 30)")
+                    ->check(CLI::Range(1.0, 240.0));
+            command.add_option("--seconds", o->seconds, "length of the run (default 5)")
+                    ->check(CLI::Range(0.1, 3600.0));
+            command.add_option("--size", *size, "frame size, WxH (default 1920x1080)");
+            command.add_option("--format", o->formatName, "image format (default NV21)");
+            command.add_option("--buffers", o->buffers, "buffers in the pool (default 6)")
+                    ->check(CLI::Range(2, 64));
+            command.add_option("--dump-every", o->dumpEvery,
+                               "dump every Nth shown frame, 0 for none (default 10)")
+                    ->check(CLI::Range(0, 1000000));
+            command.add_option("--jitter-ms", o->jitterMs, "capture jitter, 0 to J ms (default 3)")
+                    ->check(CLI::Range(0.0, 100.0));
+            command.add_option("--out", o->out, "report folder (default zorcam-demo)")
+                    ->check([](const std::string& v) {
+                        return v.empty() ? std::string("an empty folder name") : std::string();
+                    });
+            command.add_option("--log", o->log,
+                               "also write the library's log lines to this file, with the "
+                               "levels that `zorcam-util report` reads");
+            return [o, size] { return run(*o, *size); };
+        });
 
 }  // namespace
 

@@ -2,12 +2,15 @@
 
 #include "Command.h"
 
+#include <CLI/CLI.hpp>
+
 #include "Args.h"
 
 #include <zorcam/utils/std/Format.h>
 
 #include <cinttypes>
 #include <cstdio>
+#include <memory>
 
 namespace zorcam_util {
 
@@ -26,11 +29,7 @@ const char* subsampling(const IImgFmt& fmt) {
     return "full";
 }
 
-int listFormats(const std::vector<std::string>& args) {
-    if (!args.empty()) {
-        fprintf(stderr, "zorcam-util formats: takes no arguments\n");
-        return 2;
-    }
+int listFormats() {
     const ImgFmtMap map = NSCam::Utils::Format::getMapper();
     printf("%-10s  %-20s  %6s  %10s  %-12s  %s\n", "id", "name", "planes", "image bits",
            "plane bits", "subsampling");
@@ -46,24 +45,14 @@ int listFormats(const std::vector<std::string>& args) {
     return 0;
 }
 
-int describeFormat(const std::vector<std::string>& args) {
-    if (args.size() != 2) {
-        fprintf(stderr, "zorcam-util format: usage: format <name or id> <W>x<H>\n");
-        return 2;
-    }
+int describeFormat(const std::string& name, const std::string& size) {
     const ImgFmtMap map = NSCam::Utils::Format::getMapper();
-    const android::sp<IImgFmt> fmt = findFormat(map, args[0]);
-    if (fmt == nullptr) {
-        fprintf(stderr, "zorcam-util format: unknown format '%s'\n", args[0].c_str());
-        return 1;
-    }
+    const android::sp<IImgFmt> fmt = findFormat(map, name);
+    if (fmt == nullptr) return badArgument("format", "unknown format '" + name + "'");
     uint64_t width = 0;
     uint64_t height = 0;
-    if (!parseSize(args[1], &width, &height)) {
-        fprintf(stderr, "zorcam-util format: bad size '%s' (expected WxH, e.g. 1920x1080)\n",
-                args[1].c_str());
-        return 1;
-    }
+    if (!parseSize(size, &width, &height))
+        return badArgument("format", "bad size '" + size + "' (expected WxH, e.g. 1920x1080)");
     printf("%s %" PRIu64 "x%" PRIu64 ": %zu plane(s), %d bits per pixel\n", fmt->getName(), width,
            height, fmt->getPlaneCount(), fmt->getImageBitsPerPixel());
     unsigned __int128 total = 0;
@@ -82,9 +71,18 @@ int describeFormat(const std::vector<std::string>& args) {
     return 0;
 }
 
-const Command sFormats("formats", "  list the image-format registry", listFormats);
-const Command sFormat("format", "<name or id> <W>x<H>  plane sizes of one format",
-                      describeFormat);
+const Command sFormats("formats", "List the image-format registry.",
+                       [](CLI::App&) -> Command::Runner { return listFormats; });
+
+const Command sFormat("format", "Plane sizes of one format at one image size.",
+                      [](CLI::App& command) -> Command::Runner {
+                          auto name = std::make_shared<std::string>();
+                          auto size = std::make_shared<std::string>();
+                          command.add_option("format", *name, "format name or id (0x...)")
+                                  ->required();
+                          command.add_option("size", *size, "image size, WxH")->required();
+                          return [name, size] { return describeFormat(*name, *size); };
+                      });
 
 }  // namespace
 

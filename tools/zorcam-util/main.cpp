@@ -1,11 +1,12 @@
 // zorcam-util: a command-line front end to libzorcam_stdutils for engineers on a host.
 
-#include "Command.h"
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <string>
+
+#include "Command.h"
 
 namespace zorcam_util {
 
@@ -16,30 +17,54 @@ std::map<std::string, const Command*>& registry() {
     return sCommands;
 }
 
-int usage(FILE* out) {
-    fprintf(out, "usage: zorcam-util <command> [arguments]\n\ncommands:\n");
-    for (const auto& [name, cmd] : registry()) fprintf(out, "  %s %s\n", name.c_str(), cmd->mUsage);
-    return out == stderr ? 2 : 0;
-}
-
 }  // namespace
 
-Command::Command(const char* name, const char* usageText, Run run)
-    : mName(name), mUsage(usageText), mRun(std::move(run)) {
+Command::Command(const char* name, const char* description, Setup setup)
+    : mName(name), mDescription(description), mSetup(std::move(setup)) {
     registry()[name] = this;
+}
+
+int badArgument(const char* command, const std::string& message) {
+    fprintf(stderr, "zorcam-util %s: %s\n", command, message.c_str());
+    return 2;
 }
 
 }  // namespace zorcam_util
 
 int main(int argc, char** argv) {
     using namespace zorcam_util;
-    if (argc < 2) return usage(stderr);
-    const std::string command = argv[1];
-    if (command == "help" || command == "--help" || command == "-h") return usage(stdout);
-    auto it = registry().find(argv[1]);
-    if (it == registry().end()) {
-        fprintf(stderr, "zorcam-util: unknown command '%s'\n", argv[1]);
-        return usage(stderr);
+    CLI::App app("A command-line front end to libzorcam_stdutils.", "zorcam-util");
+    app.require_subcommand(1, 1);
+    std::map<const CLI::App*, Command::Runner> runners;
+    for (const auto& [name, command] : registry()) {
+        CLI::App* sub = app.add_subcommand(name, command->mDescription);
+        runners[sub] = command->mSetup(*sub);
     }
-    return it->second->mRun(std::vector<std::string>(argv + 2, argv + argc));
+    if (argc < 2) {
+        fprintf(stderr, "%s", app.help().c_str());
+        return 2;
+    }
+    if (std::string(argv[1]) == "help") {
+        printf("%s", app.help().c_str());
+        return 0;
+    }
+    if (argv[1][0] != '-' && registry().count(argv[1]) == 0) {
+        fprintf(stderr, "zorcam-util: unknown command '%s' (zorcam-util --help lists them)\n",
+                argv[1]);
+        return 2;
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& e) {
+        return app.exit(e);  // the help of the command named, on stdout
+    } catch (const CLI::CallForAllHelp& e) {
+        return app.exit(e);
+    } catch (const CLI::ParseError& e) {
+        const auto parsed = app.get_subcommands();
+        const std::string where = parsed.empty() ? "" : " " + parsed[0]->get_name();
+        fprintf(stderr, "zorcam-util%s: %s (zorcam-util%s --help lists the options)\n",
+                where.c_str(), e.what(), where.c_str());
+        return 2;
+    }
+    return runners.at(app.get_subcommands().at(0))();
 }

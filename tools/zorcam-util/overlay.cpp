@@ -3,6 +3,8 @@
 
 #include "Command.h"
 
+#include <CLI/CLI.hpp>
+
 #include "Args.h"
 #include "Image.h"
 
@@ -45,44 +47,33 @@ bool parseInt(const std::string& text, int lo, int hi, int* value) {
     return true;
 }
 
+// The command line as given; checked into Options by checkArgs.
+struct Given {
+    std::string size;
+    int frames = 24;
+    std::string out;
+    std::vector<std::string> props;
+};
+
 // Fills `error` and returns false on the first bad argument.
-bool parseArgs(const std::vector<std::string>& args, Options* o, std::string* error) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (i + 1 >= args.size()) {
-            *error = "missing value after " + a;
-            return false;
-        }
-        const std::string& v = args[++i];
-        if (a == "--size") {
-            const size_t x = v.find('x');
-            if (x == std::string::npos || !parseInt(v.substr(0, x), 1, kMaxEdge, &o->width) ||
-                !parseInt(v.substr(x + 1), 1, kMaxEdge, &o->height)) {
-                *error = "bad --size '" + v + "' (WIDTHxHEIGHT, 1 to 8192)";
-                return false;
-            }
-        } else if (a == "--frames") {
-            if (!parseInt(v, 1, kMaxFrames, &o->frames)) {
-                *error = "bad --frames '" + v + "' (1 to 1000)";
-                return false;
-            }
-        } else if (a == "--out") {
-            o->out = v;
-        } else if (a == "--prop") {
-            const size_t eq = v.find('=');
-            if (eq == std::string::npos || eq == 0 || v.size() - eq - 1 >= PROP_VALUE_MAX) {
-                *error = "bad --prop '" + v + "' (key=value, value under 92 bytes)";
-                return false;
-            }
-            o->props.emplace_back(v.substr(0, eq), v.substr(eq + 1));
-        } else {
-            *error = "unknown argument '" + a + "'";
+bool checkArgs(const Given& g, Options* o, std::string* error) {
+    if (!g.size.empty()) {
+        const size_t x = g.size.find('x');
+        if (x == std::string::npos || !parseInt(g.size.substr(0, x), 1, kMaxEdge, &o->width) ||
+            !parseInt(g.size.substr(x + 1), 1, kMaxEdge, &o->height)) {
+            *error = "bad --size '" + g.size + "' (WIDTHxHEIGHT, 1 to 8192)";
             return false;
         }
     }
-    if (o->out.empty()) {
-        *error = "--out DIR is required";
-        return false;
+    o->frames = g.frames;
+    o->out = g.out;
+    for (const std::string& v : g.props) {
+        const size_t eq = v.find('=');
+        if (eq == std::string::npos || eq == 0 || v.size() - eq - 1 >= PROP_VALUE_MAX) {
+            *error = "bad --prop '" + v + "' (key=value, value under 92 bytes)";
+            return false;
+        }
+        o->props.emplace_back(v.substr(0, eq), v.substr(eq + 1));
     }
     return true;
 }
@@ -95,13 +86,10 @@ void fillGradient(std::vector<uint8_t>& plane, int width, int height) {
             plane[y * w + x] = static_cast<uint8_t>(30 + 170 * (x * h + y * w) / (2 * w * h));
 }
 
-int run(const std::vector<std::string>& args) {
+int run(const Given& given) {
     Options o;
     std::string error;
-    if (!parseArgs(args, &o, &error)) {
-        fprintf(stderr, "zorcam-util overlay: %s\n", error.c_str());
-        return 2;
-    }
+    if (!checkArgs(given, &o, &error)) return zorcam_util::badArgument("overlay", error);
     if (!zorcam_util::makeOutputDir("overlay", o.out)) return 1;
     // Properties first: the stamp reads its settings when it is built, the band on every frame.
     for (const auto& [key, value] : o.props) property_set(key.c_str(), value.c_str());
@@ -142,9 +130,19 @@ int run(const std::vector<std::string>& args) {
     return 0;
 }
 
-zorcam_util::Command sCmd("overlay",
-                          "--size WxH --frames N --out DIR [--prop key=value ...]  stamp frame "
-                          "numbers and run the scan line over synthetic luma frames, as PNGs",
-                          run);
+zorcam_util::Command sCmd(
+        "overlay",
+        "Stamp frame numbers and run the scan line over synthetic luma frames, as PNGs.",
+        [](CLI::App& command) -> zorcam_util::Command::Runner {
+            auto g = std::make_shared<Given>();
+            command.add_option("--size", g->size, "frame size, WxH (default 640x480)");
+            command.add_option("--frames", g->frames, "frames to draw (default 24)")
+                    ->check(CLI::Range(1, kMaxFrames));
+            command.add_option("--out", g->out, "folder for the PNGs")->required();
+            command.add_option("--prop", g->props,
+                               "a system property set first, key=value (repeatable)")
+                    ->allow_extra_args(false);
+            return [g] { return run(*g); };
+        });
 
 }  // namespace

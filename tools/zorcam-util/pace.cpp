@@ -6,6 +6,9 @@
 
 #include "Clock.h"
 #include "Command.h"
+
+#include <CLI/CLI.hpp>
+#include <memory>
 #include "Stats.h"
 #include "Svg.h"
 
@@ -197,44 +200,6 @@ bool writeSvg(const std::string& path, const std::vector<const char*>& names,
     return static_cast<bool>(out);
 }
 
-bool parse(const std::vector<std::string>& args, Options* o) {
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (i + 1 >= args.size()) {
-            fprintf(stderr, "zorcam-util pace: %s needs a value\n", a.c_str());
-            return false;
-        }
-        const std::string& v = args[++i];
-        char* end = nullptr;
-        errno = 0;
-        if (a == "--out") {
-            o->outDir = v;
-            continue;
-        }
-        const double d = strtod(v.c_str(), &end);
-        if (errno != 0 || end == v.c_str() || *end != '\0') {
-            fprintf(stderr, "zorcam-util pace: bad value for %s: %s\n", a.c_str(), v.c_str());
-            return false;
-        }
-        if (a == "--fps" && d > 0 && d <= 1000) {
-            o->fps = d;
-        } else if (a == "--frames" && d >= kWarmup + 2 && d <= 1000000) {
-            o->frames = static_cast<int>(d);
-        } else if (a == "--jitter-ms" && d >= 0 && d <= 1000) {
-            o->jitterMs = d;
-        } else if (a == "--latency-ms" && d >= 0 && d <= 1000) {
-            o->latencyMs = d;
-        } else if (a == "--seed" && d >= 0 && d <= 4294967295.0) {
-            o->seed = static_cast<unsigned>(d);
-        } else {
-            fprintf(stderr, "zorcam-util pace: unknown option or value out of range: %s %s\n",
-                    a.c_str(), v.c_str());
-            return false;
-        }
-    }
-    return true;
-}
-
 std::string loadAverage() {
     std::ifstream in("/proc/loadavg");
     std::string a, b, c;
@@ -242,9 +207,7 @@ std::string loadAverage() {
     return a + " " + b + " " + c;
 }
 
-int run(const std::vector<std::string>& args) {
-    Options o;
-    if (!parse(args, &o)) return 2;
+int run(const Options& o) {
     if (!o.outDir.empty()) {
         struct stat st;
         if (stat(o.outDir.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
@@ -331,9 +294,21 @@ int run(const std::vector<std::string>& args) {
 
 }  // namespace
 
-static Command sCmd("pace",
-                    "--fps F --frames N [--jitter-ms J] [--latency-ms L] [--seed S] [--out DIR]"
-                    "  measure frame pacing: unpaced, slot pacer and FrameController",
-                    run);
+static Command sCmd(
+        "pace", "Measure frame pacing: unpaced, a slot pacer and FrameController.",
+        [](CLI::App& command) -> Command::Runner {
+            auto o = std::make_shared<Options>();
+            command.add_option("--fps", o->fps, "frame rate (default 30)")
+                    ->check(CLI::Range(0.001, 1000.0));
+            command.add_option("--frames", o->frames, "frames to pace")
+                    ->check(CLI::Range(kWarmup + 2, 1000000));
+            command.add_option("--jitter-ms", o->jitterMs, "capture jitter, 0 to J ms")
+                    ->check(CLI::Range(0.0, 1000.0));
+            command.add_option("--latency-ms", o->latencyMs, "pipeline latency in ms")
+                    ->check(CLI::Range(0.0, 1000.0));
+            command.add_option("--seed", o->seed, "seed of the jitter");
+            command.add_option("--out", o->outDir, "folder for pace_intervals.svg");
+            return [o] { return run(*o); };
+        });
 
 }  // namespace zorcam_util

@@ -15,6 +15,7 @@
 
 #include "Demo.h"
 #include "RawImage.h"
+#include "ReportPage.h"
 #include "StampReader.h"
 #include "Stats.h"
 #include "Svg.h"
@@ -27,35 +28,6 @@ constexpr unsigned kStampDigits = 5;
 constexpr int kPageThumbEdge = 480;
 constexpr int kSheetThumbEdge = 200;
 constexpr double kFpsWindowS = 0.5;
-
-std::string base64(const std::string& bytes) {
-    static const char kAlphabet[] =
-            "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::string out;
-    out.reserve((bytes.size() + 2) / 3 * 4);
-    for (size_t i = 0; i < bytes.size(); i += 3) {
-        const size_t n = std::min<size_t>(3, bytes.size() - i);
-        uint32_t v = 0;
-        for (size_t k = 0; k < 3; ++k)
-            v = v << 8 | (k < n ? static_cast<uint8_t>(bytes[i + k]) : 0);
-        for (size_t k = 0; k < 4; ++k) out += k <= n ? kAlphabet[(v >> (18 - 6 * k)) & 63] : '=';
-    }
-    return out;
-}
-
-std::string dataUri(const char* type, const std::string& bytes) {
-    return std::string("data:") + type + ";base64," + base64(bytes);
-}
-
-bool writeText(const std::string& path, const std::string& text, std::string* error) {
-    std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out << text;
-    if (!out) {
-        *error = "cannot write " + path;
-        return false;
-    }
-    return true;
-}
 
 bool readFile(const std::string& path, std::vector<uint8_t>* data) {
     struct stat st;
@@ -87,47 +59,20 @@ struct DecodedDump {
     Picture thumb;
 };
 
-std::string svgDocument(int panels, const std::function<void(std::ostream&)>& body) {
-    std::ostringstream out;
-    svgBegin(out, panels);
-    body(out);
-    svgEnd(out);
-    return out.str();
-}
-
-std::string traceJson(const DemoResult& r) {
-    std::ostringstream out;
+void traceDemo(const DemoResult& r, Trace* trace) {
     const int pid = getpid();
-    out << "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
-    out << "{\"name\":\"process_name\",\"ph\":\"M\",\"pid\":" << pid << ",\"tid\":" << pid
-        << ",\"args\":{\"name\":\"zorcam-util demo\"}}";
-    char number[64];
+    trace->processName(pid, "zorcam-util demo");
     for (const ThreadTrace& t : r.threads) {
-        out << ",\n{\"name\":\"thread_name\",\"ph\":\"M\",\"pid\":" << pid << ",\"tid\":" << t.tid
-            << ",\"args\":{\"name\":\"" << t.name << "\"}}";
+        trace->threadName(pid, t.tid, t.name);
         for (const TraceEvent& e : t.events) {
-            // Microseconds from the start of the run, with the nanoseconds kept as decimals.
-            snprintf(number, sizeof(number), "%.3f", (e.start - r.start) / 1e3);
-            out << ",\n{\"name\":\"" << e.name << "\",\"cat\":\"" << t.name
-                << "\",\"ph\":\"X\",\"pid\":" << pid << ",\"tid\":" << t.tid
-                << ",\"ts\":" << number;
-            snprintf(number, sizeof(number), "%.3f", e.duration / 1e3);
-            out << ",\"dur\":" << number << ",\"args\":{";
-            if (e.frame >= 0) out << "\"frame\":" << e.frame;
-            out << "}}";
+            nlohmann::json args = nlohmann::json::object();
+            if (e.frame >= 0) args["frame"] = e.frame;
+            // Microseconds from the start of the run, the nanoseconds kept as decimals.
+            trace->slice(pid, t.tid, e.name, t.name, (e.start - r.start) / 1e3, e.duration / 1e3,
+                         std::move(args));
         }
     }
-    out << "\n]}\n";
-    return out.str();
 }
-
-const char* const kStyle =
-        "body{font-family:sans-serif;margin:24px;color:#222}"
-        "table{border-collapse:collapse;margin:8px 0 16px}"
-        "td,th{border:1px solid #bbb;padding:3px 8px;text-align:right}"
-        "th{background:#eee}td.l,th.l{text-align:left}"
-        ".bad{color:#b00;font-weight:bold}.ok{color:#070}"
-        "div.frame{display:inline-block;margin:6px;vertical-align:top;font-size:12px}";
 
 }  // namespace
 
@@ -223,80 +168,79 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
         if (!writeText((dir / name).string(), *text, error)) return false;
         keep(name);
     }
-    if (!writeText((dir / "trace.json").string(), traceJson(r), error)) return false;
+    Trace trace;
+    traceDemo(r, &trace);
+    if (!writeText((dir / "trace.json").string(), trace.dump(), error)) return false;
     keep("trace.json");
 
     // The page.
-    std::ostringstream html;
-    html << "<!DOCTYPE html>\n<html lang=\"en\">\n<head>\n<meta charset=\"utf-8\">\n"
-         << "<title>zorcam-util demo report</title>\n<style>" << kStyle << "</style>\n"
-         << "</head>\n<body>\n<h1>zorcam-util demo</h1>\n<p>" << xmlEscape(o.formatName) << " "
-         << o.width << "x" << o.height << " at " << o.fps << " fps for " << o.seconds << " s, "
-         << o.buffers << " buffers, every " << o.dumpEvery
-         << "th shown frame dumped, capture jitter 0-" << o.jitterMs << " ms.</p>\n";
+    ReportPage page("zorcam-util demo");
+    char line[256];
+    snprintf(line, sizeof(line),
+             "%s %dx%d at %g fps for %g s, %d buffers, every %dth shown frame dumped, capture "
+             "jitter 0-%g ms.",
+             o.formatName.c_str(), o.width, o.height, o.fps, o.seconds, o.buffers, o.dumpEvery,
+             o.jitterMs);
+    page.paragraph(line);
     const double span = r.releases.size() > 1 ? (r.releases.back() - r.releases.front()) / 1e9 : 0;
-    const std::pair<const char*, std::string> counts[] = {
-            {"frames in", std::to_string(r.framesIn)},
-            {"frames shown", std::to_string(r.framesShown)},
-            {"frames dropped (no buffer / late)",
-             std::to_string(r.droppedAtSensor + r.droppedAtDisplay) + " (" +
-                     std::to_string(r.droppedAtSensor) + " / " +
-                     std::to_string(r.droppedAtDisplay) + ")"},
-            {"fps achieved", span > 0 ? std::to_string((r.releases.size() - 1) / span) : "-"},
-            {"frame-interval error p50 (ms)", std::to_string(percentile(errors, 50))},
-            {"frame-interval error p99 (ms)", std::to_string(percentile(errors, 99))},
-            {"dumps written", std::to_string(r.dumps.size())},
-            {"frame IDs read back",
-             std::to_string(summary->idMatched) + " of " + std::to_string(r.dumps.size())},
-            {"fences made / merged",
-             std::to_string(r.fencesMade) + " / " + std::to_string(r.fencesMerged)},
-            {"descriptors open before / after",
-             std::to_string(r.descriptorsBefore) + " / " + std::to_string(r.descriptorsAfter)}};
-    html << "<h2>Counts</h2>\n<table>\n";
-    for (const auto& [label, value] : counts)
-        html << "<tr><th class=\"l\">" << label << "</th><td>" << xmlEscape(value)
-             << "</td></tr>\n";
-    html << "</table>\n<h2>Stages</h2>\n<table>\n<tr><th class=\"l\">stage</th><th>frames</th>"
-         << "<th>p50 ms</th><th>p99 ms</th><th>max ms</th><th>CPU ms per frame</th></tr>\n";
+    page.heading("Counts");
+    page.facts({{"frames in", std::to_string(r.framesIn)},
+                {"frames shown", std::to_string(r.framesShown)},
+                {"frames dropped (no buffer / late)",
+                 std::to_string(r.droppedAtSensor + r.droppedAtDisplay) + " (" +
+                         std::to_string(r.droppedAtSensor) + " / " +
+                         std::to_string(r.droppedAtDisplay) + ")"},
+                {"fps achieved", span > 0 ? std::to_string((r.releases.size() - 1) / span) : "-"},
+                {"frame-interval error p50 (ms)", std::to_string(percentile(errors, 50))},
+                {"frame-interval error p99 (ms)", std::to_string(percentile(errors, 99))},
+                {"dumps written", std::to_string(r.dumps.size())},
+                {"frame IDs read back",
+                 std::to_string(summary->idMatched) + " of " + std::to_string(r.dumps.size())},
+                {"fences made / merged",
+                 std::to_string(r.fencesMade) + " / " + std::to_string(r.fencesMerged)},
+                {"descriptors open before / after",
+                 std::to_string(r.descriptorsBefore) + " / " +
+                         std::to_string(r.descriptorsAfter)}});
+    page.heading("Stages");
+    std::vector<std::vector<std::string>> stageRows;
     for (const StageTimes& s : r.stages) {
         std::vector<double> wall = s.wall;
         std::sort(wall.begin(), wall.end());
-        char row[256];
-        snprintf(row, sizeof(row),
-                 "<td>%lld</td><td>%.3f</td><td>%.3f</td><td>%.3f</td><td>%.3f</td>",
-                 static_cast<long long>(s.frames), percentile(wall, 50) / 1e6,
-                 percentile(wall, 99) / 1e6, wall.empty() ? NAN : wall.back() / 1e6,
-                 s.frames ? s.cpu / 1e6 / s.frames : 0.0);
-        html << "<tr><td class=\"l\">" << xmlEscape(s.name) << "</td>" << row << "</tr>\n";
+        auto ms = [](double ns) {
+            char text[32];
+            snprintf(text, sizeof(text), "%.3f", ns / 1e6);
+            return std::string(text);
+        };
+        stageRows.push_back({s.name, std::to_string(s.frames), ms(percentile(wall, 50)),
+                             ms(percentile(wall, 99)), ms(wall.empty() ? NAN : wall.back()),
+                             ms(s.frames ? static_cast<double>(s.cpu) / s.frames : 0.0)});
     }
-    html << "</table>\n<h2>Pacing</h2>\n";
-    for (const auto& [name, text] : charts)
-        html << "<p><img alt=\"" << name << "\" src=\"" << dataUri("image/svg+xml", *text)
-             << "\"></p>\n";
-    html << "<h2>Contact sheet</h2>\n";
-    if (!sheetPng.empty())
-        html << "<p><img alt=\"contact sheet\" src=\"" << dataUri("image/png", sheetPng)
-             << "\"></p>\n";
-    html << "<h2>Dumped frames</h2>\n";
+    page.table({"stage", "frames", "p50 ms", "p99 ms", "max ms", "CPU ms per frame"}, stageRows);
+    page.heading("Pacing");
+    for (const auto& [name, text] : charts) page.image(name, "image/svg+xml", *text);
+    page.heading("Contact sheet");
+    if (!sheetPng.empty()) page.image("contact sheet", "image/png", sheetPng);
+    page.heading("Dumped frames");
+    std::ostringstream frames;
     for (const DecodedDump& d : decoded) {
-        html << "<div class=\"frame\">";
+        frames << "<div class=\"frame\">";
         if (!d.png.empty()) {
-            html << "<img alt=\"frame " << d.frame << "\" src=\""
-                 << dataUri("image/png", encodePng(d.thumb)) << "\"><br>";
+            frames << "<img alt=\"frame " << d.frame << "\" src=\""
+                   << dataUri("image/png", encodePng(d.thumb)) << "\"><br>";
         }
-        html << "frame " << d.frame << ": ";
+        frames << "frame " << d.frame << ": ";
         if (!d.problem.empty())
-            html << "<span class=\"bad\">" << xmlEscape(d.problem) << "</span>";
+            frames << "<span class=\"bad\">" << xmlEscape(d.problem) << "</span>";
         else if (d.readBack == static_cast<long>(d.frame % modulus))
-            html << "<span class=\"ok\">stamp reads " << d.readBack << "</span>";
+            frames << "<span class=\"ok\">stamp reads " << d.readBack << "</span>";
         else
-            html << "<span class=\"bad\">stamp reads " << d.readBack << "</span>";
-        if (!d.png.empty()) html << " (" << d.png << ")";
-        html << "</div>\n";
+            frames << "<span class=\"bad\">stamp reads " << d.readBack << "</span>";
+        if (!d.png.empty()) frames << " (" << d.png << ")";
+        frames << "</div>\n";
     }
-    html << "<p>Trace of every thread: trace.json (Perfetto UI, chrome://tracing).</p>\n"
-         << "</body>\n</html>\n";
-    if (!writeText((dir / "index.html").string(), html.str(), error)) return false;
+    page.raw(frames.str());
+    page.paragraph("Trace of every thread: trace.json (Perfetto UI, chrome://tracing).");
+    if (!writeText((dir / "index.html").string(), page.html(), error)) return false;
     keep("index.html");
     return true;
 }

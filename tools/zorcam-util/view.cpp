@@ -11,6 +11,11 @@
 #include <string>
 #include <vector>
 
+#include <CLI/CLI.hpp>
+
+#include <map>
+#include <memory>
+
 #include "Args.h"
 #include "Command.h"
 #include "RawImage.h"
@@ -19,52 +24,23 @@ namespace zorcam_util {
 
 namespace {
 
-constexpr const char* kUsage =
-        "FILE --format NAME --size WxH [--stride BYTES] [--bayer RGGB|GRBG|GBRG|BGGR] --out X.png"
-        "  turn a raw dump into a PNG";
-
-int fail(const std::string& message) {
-    fprintf(stderr, "zorcam-util view: %s\n", message.c_str());
-    return 2;
-}
-
-int run(const std::vector<std::string>& args) {
+struct ViewOptions {
     std::string file, formatName, size, out;
     uint64_t stride = 0;
     BayerOrder order = BayerOrder::RGGB;
-    for (size_t i = 0; i < args.size(); ++i) {
-        const std::string& a = args[i];
-        if (a.rfind("--", 0) != 0) {
-            if (!file.empty()) return fail("more than one input file: " + a);
-            file = a;
-            continue;
-        }
-        if (i + 1 >= args.size()) return fail(a + " needs a value");
-        const std::string& v = args[++i];
-        if (a == "--format") {
-            formatName = v;
-        } else if (a == "--size") {
-            size = v;
-        } else if (a == "--out") {
-            out = v;
-        } else if (a == "--stride") {
-            long s = 0;
-            if (!parseInt(v, 1, std::numeric_limits<int>::max(), &s))
-                return fail("bad --stride '" + v + "' (bytes, 1 or more)");
-            stride = static_cast<uint64_t>(s);
-        } else if (a == "--bayer") {
-            const char* names[] = {"RGGB", "GRBG", "GBRG", "BGGR"};
-            int found = -1;
-            for (int k = 0; k < 4; ++k)
-                if (v == names[k]) found = k;
-            if (found < 0) return fail("bad --bayer '" + v + "' (RGGB, GRBG, GBRG or BGGR)");
-            order = static_cast<BayerOrder>(found);
-        } else {
-            return fail("unknown argument '" + a + "'");
-        }
-    }
-    if (file.empty() || formatName.empty() || size.empty() || out.empty())
-        return fail(std::string("usage: view ") + kUsage);
+};
+
+int fail(const std::string& message) {
+    return badArgument("view", message);
+}
+
+int run(const ViewOptions& o) {
+    const std::string& file = o.file;
+    const std::string& formatName = o.formatName;
+    const std::string& size = o.size;
+    const std::string& out = o.out;
+    const uint64_t stride = o.stride;
+    const BayerOrder order = o.order;
     const auto map = NSCam::Utils::Format::getMapper();
     int format = 0;
     const auto fmt = findFormat(map, formatName, &format);
@@ -108,7 +84,25 @@ int run(const std::vector<std::string>& args) {
     return 0;
 }
 
-const Command sView("view", kUsage, run);
+const Command sView("view", "Turn a raw buffer dump into a PNG picture.",
+                    [](CLI::App& command) -> Command::Runner {
+                        auto o = std::make_shared<ViewOptions>();
+                        command.add_option("file", o->file, "the raw dump")->required();
+                        command.add_option("--format", o->formatName, "format name or id")
+                                ->required();
+                        command.add_option("--size", o->size, "image size, WxH")->required();
+                        command.add_option("--out", o->out, "the PNG to write")->required();
+                        command.add_option("--stride", o->stride,
+                                           "row pitch of plane 0 in bytes (default: packed)")
+                                ->check(CLI::Range(uint64_t{1}, uint64_t{INT32_MAX}));
+                        const std::map<std::string, BayerOrder> orders = {
+                                {"RGGB", BayerOrder::RGGB}, {"GRBG", BayerOrder::GRBG},
+                                {"GBRG", BayerOrder::GBRG}, {"BGGR", BayerOrder::BGGR}};
+                        command.add_option("--bayer", o->order,
+                                           "colour order of raw Bayer (default RGGB)")
+                                ->transform(CLI::CheckedTransformer(orders));
+                        return [o] { return run(*o); };
+                    });
 
 }  // namespace
 
