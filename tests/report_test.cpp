@@ -2,15 +2,15 @@
 // lines in every logcat form, bad captures, and the command line of every sub-command.
 
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 #include <zlib.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <fstream>
+#include <functional>
 #include <map>
+#include <nlohmann/json.hpp>
 #include <regex>
 #include <set>
 #include <sstream>
@@ -78,8 +78,9 @@ protected:
     // The report's stream row, from its summary: frames, paced, fps, delay p50, delay p99,
     // target, sleeps.
     static std::vector<double> streamRow(const std::string& output) {
-        const std::regex row("\ndemo \\[[0-9]+/-?[0-9]+\\] +([0-9]+) +([0-9]+) +([0-9.]+) +"
-                             "([0-9.]+) +([0-9.]+) +([0-9.]+) +([0-9]+)");
+        const std::regex row(
+                "\ndemo \\[[0-9]+/-?[0-9]+\\] +([0-9]+) +([0-9]+) +([0-9.]+) +"
+                "([0-9.]+) +([0-9.]+) +([0-9.]+) +([0-9]+)");
         std::smatch m;
         if (!std::regex_search(output, m, row)) {
             ADD_FAILURE() << "no stream row in:\n" << output;
@@ -181,9 +182,8 @@ TEST_F(ReportTest, EveryCaptureFormGivesTheSameFigures) {
              }},
             {"year-usec",
              [](const Line& l) {
-                 return "2026-" + l.date + " " + l.time + ".000000 " + std::to_string(l.pid) +
-                        " " + std::to_string(l.tid) + " " + l.level + " " + l.tag + ": " +
-                        l.message;
+                 return "2026-" + l.date + " " + l.time + ".000000 " + std::to_string(l.pid) + " " +
+                        std::to_string(l.tid) + " " + l.level + " " + l.tag + ": " + l.message;
              }},
             {"time",
              [](const Line& l) {
@@ -254,7 +254,12 @@ TEST_F(ReportTest, BadCapturesAreRefusedOrCounted) {
     };
     const Case cases[] = {
             {"no such file", "", 2, "cannot read"},
-            {"binary", std::string("\x7f" "ELF\0\0\1\2", 8) + good, 2, "not text"},
+            {"binary",
+             std::string("\x7f"
+                         "ELF\0\0\1\2",
+                         8) +
+                     good,
+             2, "not text"},
             {"empty", "-", 2, "no library lines"},
             {"other lines only", "I/ActivityManager( 12): Start proc\nhello\n", 2,
              "no library lines"},
@@ -286,8 +291,7 @@ TEST(ZorcamUtilCommandLine, EveryCommandHasHelpAndRefusesUnknownOptions) {
     for (const char* command : {"demo", "format", "formats", "overlay", "pace", "report", "view"}) {
         const ToolRun help = runTool(std::string(command) + " --help");
         EXPECT_EQ(help.status, 0) << command << help.output;
-        EXPECT_NE(help.output.find(std::string("Usage: zorcam-util ") + command),
-                  std::string::npos)
+        EXPECT_NE(help.output.find(std::string("Usage: zorcam-util ") + command), std::string::npos)
                 << help.output;
         const ToolRun bad = runTool(std::string(command) + " --no-such-option 1");
         EXPECT_EQ(bad.status, 2) << command << bad.output;

@@ -91,7 +91,8 @@ bool stamp(Cursor& c, int64_t* ns, int64_t* resolution) {
     int64_t a;
     size_t digits = 0;
     if (!c.number(&a, 12, &digits)) return false;
-    if (c.peek() == '.' && digits >= 5) {  // epoch seconds
+    if (c.peek() == '.' && digits >= 5) {  // epoch seconds, up to the year 2255
+        if (digits > 10 || a >= 9000000000) return false;
         int64_t f;
         size_t fd = 0;
         c.eat('.');
@@ -179,10 +180,9 @@ bool hostLine(Cursor& c, LogEntry* e) {
     e->level = c.peek();
     c.i += 2;
     int64_t month, day, t, resolution, pid, tid;
-    if (!c.fixed(2, &month) || !c.eat('-') || !c.fixed(2, &day) || !c.eat(' ') ||
-        month < 1 || month > 12 || day < 1 || day > 31 || !clock(c, false, &t, &resolution) ||
-        c.spaces() == 0 || !c.number(&pid, 9) || c.spaces() == 0 || !c.number(&tid, 9) ||
-        !c.eat(' ')) {
+    if (!c.fixed(2, &month) || !c.eat('-') || !c.fixed(2, &day) || !c.eat(' ') || month < 1 ||
+        month > 12 || day < 1 || day > 31 || !clock(c, false, &t, &resolution) || c.spaces() == 0 ||
+        !c.number(&pid, 9) || c.spaces() == 0 || !c.number(&tid, 9) || !c.eat(' ')) {
         return false;
     }
     e->timeNs = daysFromCivil(1970, month, day) * kDay + t;
@@ -229,6 +229,15 @@ bool mayBeLibraryLine(std::string_view line) {
 
 namespace {
 
+// The figures a line may carry, beyond which it is taken as garbled: times up to about three
+// years of uptime, delays and intervals up to a day, so that no sum of them overflows.
+constexpr int64_t kMaxTime = 100000000000000000;  // 1e17 ns
+constexpr int64_t kMaxSpan = 86400000000000;      // a day in ns
+
+bool within(int64_t v, int64_t lo, int64_t hi) {
+    return v >= lo && v <= hi;
+}
+
 // "key(number)" lists of the pacing lines: each key in turn, separated by commas.
 bool keyedNumbers(std::string_view text, const char* const* keys, size_t count, int64_t* out) {
     Cursor c{text};
@@ -259,22 +268,35 @@ LibraryLine readFrameController(std::string_view m, LibraryEvent* ev) {
     if (m.substr(0, kHead.size()) != kHead) return LibraryLine::kRead;
     const std::string_view body = m.substr(kHead.size() - 1);
     std::string_view rest;
-    static const char* const kOff[] = {"ct", "cft", "cddt", "oddt", "nddt", "max",
-                                       "min", "fi", "ti", "stc", "st"};
+    static const char* const kOff[] = {"ct",  "cft", "cddt", "oddt", "nddt", "max",
+                                       "min", "fi",  "ti",   "stc",  "st"};
     static const char* const kOn[] = {"ct", "cft", "cddt", "oddt", "fi", "ti"};
     if (nameBefore(body, "] off:", &ev->name, &rest)) {
         ev->kind = LibraryEvent::kPaced;
         // The last figure reads "st(N us)".
-        if (rest.size() < 4 || rest.substr(rest.size() - 4) != " us)") return LibraryLine::kUnreadable;
-        std::string trimmed(rest.substr(0, rest.size() - 4));
-        trimmed += ')';
-        return keyedNumbers(trimmed, kOff, 11, ev->values) ? LibraryLine::kRead
-                                                           : LibraryLine::kUnreadable;
+        if (rest.size() < 4 || rest.substr(rest.size() - 4) != " us)")
+            return LibraryLine::kUnreadable;
+        const size_t st = rest.rfind(",st(");
+        if (st == std::string_view::npos) return LibraryLine::kUnreadable;
+        Cursor sleep{rest.substr(st + 4, rest.size() - 4 - st - 4)};
+        const bool negative = sleep.eat('-');
+        if (!sleep.number(&ev->values[10]) || !sleep.done()) return LibraryLine::kUnreadable;
+        if (negative) ev->values[10] = -ev->values[10];
+        const int64_t* v = ev->values;
+        bool ok = keyedNumbers(rest.substr(0, st), kOff, 10, ev->values) &&
+                  within(v[0], 0, kMaxTime) &&
+                  within(v[1], -kMaxTime, kMaxTime) && within(v[9], 0, 1) &&
+                  within(v[10], 0, kMaxSpan / 1000);
+        for (int k = 2; k <= 8; ++k) ok = ok && within(v[k], -kMaxSpan, kMaxSpan);
+        return ok ? LibraryLine::kRead : LibraryLine::kUnreadable;
     }
     if (nameBefore(body, "]  on:", &ev->name, &rest)) {
         ev->kind = LibraryEvent::kPacedInReset;
-        return keyedNumbers(rest, kOn, 6, ev->values) ? LibraryLine::kRead
-                                                      : LibraryLine::kUnreadable;
+        const int64_t* v = ev->values;
+        bool ok = keyedNumbers(rest, kOn, 6, ev->values) && within(v[0], 0, kMaxTime) &&
+                  within(v[1], -kMaxTime, kMaxTime);
+        for (int k = 2; k <= 5; ++k) ok = ok && within(v[k], -kMaxSpan, kMaxSpan);
+        return ok ? LibraryLine::kRead : LibraryLine::kUnreadable;
     }
     static const std::pair<std::string_view, LibraryEvent::Kind> kTransitions[] = {
             {"] start to adj frame delay", LibraryEvent::kAdjustStart},
@@ -292,13 +314,13 @@ LibraryLine readFrameController(std::string_view m, LibraryEvent* ev) {
         ev->kind = LibraryEvent::kMeasuring;
         Cursor c{rest};
         return c.number(&ev->values[0], 9) && c.eat(')') && c.done() ? LibraryLine::kRead
-                                                                      : LibraryLine::kUnreadable;
+                                                                     : LibraryLine::kUnreadable;
     }
     if (nameBefore(body, "] FirstFrameDelay(", &ev->name, &rest)) {
         ev->kind = LibraryEvent::kFirstFrameDelay;
         Cursor c{rest};
         const bool negative = c.eat('-');
-        const bool ok = c.number(&ev->values[0]) && c.eat(")ms") && c.done();
+        const bool ok = c.number(&ev->values[0], 9) && c.eat(")ms") && c.done();
         if (negative) ev->values[0] = -ev->values[0];
         return ok ? LibraryLine::kRead : LibraryLine::kUnreadable;
     }
@@ -308,7 +330,8 @@ LibraryLine readFrameController(std::string_view m, LibraryEvent* ev) {
 LibraryLine readUtils(std::string_view m, LibraryEvent* ev) {
     std::string_view rest;
     if (m.substr(0, 13) == "{CamProfile}[") {
-        // "{CamProfile}[C::F] NOTE: (K-th) ===> [( overtime > X ms) ][start-->now: T ms][ [last-->now: S ms]]"
+        // "{CamProfile}[C::F] NOTE: (K-th) ===> [( overtime > X ms) ][start-->now: T ms][
+        // [last-->now: S ms]]"
         ev->kind = LibraryEvent::kCamProfile;
         const std::string_view body = m.substr(12);
         const size_t close = body.find("] ");
@@ -332,11 +355,15 @@ LibraryLine readUtils(std::string_view m, LibraryEvent* ev) {
             if (negative) *out = -*out;
             return true;
         };
-        if (!c.eat("[start-->now: ") || !signedNumber(&v[1]) || !c.eat(" ms]"))
+        if (!c.eat("[start-->now: ") || !signedNumber(&v[1]) || !c.eat(" ms]") ||
+            !within(v[1], -kMaxSpan / 1000000, kMaxSpan / 1000000)) {
             return LibraryLine::kUnreadable;
+        }
         v[2] = v[1];
-        if (c.eat(" [last-->now: ") && (!signedNumber(&v[2]) || !c.eat(" ms]")))
+        if (c.eat(" [last-->now: ") && (!signedNumber(&v[2]) || !c.eat(" ms]") ||
+                                        !within(v[2], -kMaxSpan / 1000000, kMaxSpan / 1000000))) {
             return LibraryLine::kUnreadable;
+        }
         return c.done() ? LibraryLine::kRead : LibraryLine::kUnreadable;
     }
     if (nameBefore(m, "] fps: ", &ev->name, &rest)) {
@@ -347,13 +374,13 @@ LibraryLine readUtils(std::string_view m, LibraryEvent* ev) {
         if (!c.number(&ev->values[0], 10) || !c.eat(" / ")) return LibraryLine::kUnreadable;
         if (negative) ev->values[0] = -ev->values[0];
         const bool negativeSpan = c.eat('-');
-        if (!c.number(&ev->values[1]) || !c.eat(" ns = ")) return LibraryLine::kUnreadable;
+        if (!c.number(&ev->values[1], 17) || !c.eat(" ns = ")) return LibraryLine::kUnreadable;
         if (negativeSpan) ev->values[1] = -ev->values[1];
         const std::string number(c.s.substr(c.i));
         char* end = nullptr;
         ev->rate = strtod(number.c_str(), &end);
         return !number.empty() && end == number.c_str() + number.size() ? LibraryLine::kRead
-                                                                          : LibraryLine::kUnreadable;
+                                                                        : LibraryLine::kUnreadable;
     }
     return LibraryLine::kRead;
 }
@@ -382,7 +409,8 @@ LibraryLine readCameraProfile(std::string_view m, LibraryEvent* ev) {
     v[3] = -1;
     constexpr std::string_view kOver = " (overtime > ";
     const size_t over = note.rfind(kOver);
-    if (over != std::string_view::npos && note.size() > 4 && note.substr(note.size() - 4) == " ns)") {
+    if (over != std::string_view::npos && note.size() > 4 &&
+        note.substr(note.size() - 4) == " ns)") {
         Cursor o{note.substr(over + kOver.size(), note.size() - 4 - over - kOver.size())};
         const bool negative = o.eat('-');
         if (!o.number(&v[3]) || !o.done()) return LibraryLine::kUnreadable;
@@ -397,10 +425,13 @@ LibraryLine readCameraProfile(std::string_view m, LibraryEvent* ev) {
         if (negative) *out = -*out;
         return true;
     };
-    if (!signedNumber(&v[1]) || !t.eat(" us]")) return LibraryLine::kUnreadable;
-    v[2] = v[1];
-    if (t.eat("[last-->now: ") && (!signedNumber(&v[2]) || !t.eat(" us]")))
+    if (!signedNumber(&v[1]) || !t.eat(" us]") || !within(v[1], -kMaxSpan / 1000, kMaxSpan / 1000))
         return LibraryLine::kUnreadable;
+    v[2] = v[1];
+    if (t.eat("[last-->now: ") && (!signedNumber(&v[2]) || !t.eat(" us]") ||
+                                   !within(v[2], -kMaxSpan / 1000, kMaxSpan / 1000))) {
+        return LibraryLine::kUnreadable;
+    }
     return t.done() ? LibraryLine::kRead : LibraryLine::kUnreadable;
 }
 

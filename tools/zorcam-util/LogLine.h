@@ -39,17 +39,21 @@ bool mayBeLibraryLine(std::string_view line);
 /// What a library line says, for the lines the report draws on.
 struct LibraryEvent {
     enum Kind : uint8_t {
-        kPaced,          // a paced frame: "off:ct(..),cft(..),..."  values: ct cft cddt oddt nddt max min fi ti stc st
-        kPacedInReset,   // a frame while the delay is being reset: "on:..."  values: ct cft cddt oddt fi ti
-        kAdjustStart,    // "start to adj frame delay"
-        kAdjustStop,     // "stop adj frame delay"
-        kResetStart,     // "start to reset frame delay"
-        kResetStop,      // "stop reset frame delay"
-        kMeasuring,      // "framecontrol stage(N)"  values: N
+        kPaced,  // a paced frame: "off:ct(..),cft(..),..."  values: ct cft cddt oddt nddt max min
+                 // fi ti stc st
+        kPacedInReset,     // a frame while the delay is being reset: "on:..."  values: ct cft cddt
+                           // oddt fi ti
+        kAdjustStart,      // "start to adj frame delay"
+        kAdjustStop,       // "stop adj frame delay"
+        kResetStart,       // "start to reset frame delay"
+        kResetStop,        // "stop reset frame delay"
+        kMeasuring,        // "framecontrol stage(N)"  values: N
         kFirstFrameDelay,  // "FirstFrameDelay(N)ms"  values: N
-        kFps,            // a frame-rate meter's line  values: count, elapsed ns; rate
-        kCamProfile,     // a CamProfile checkpoint  values: index, start ms, step ms, threshold ms or -1
-        kCameraProfile,  // a CameraProfile checkpoint  values: index, start us, step us, threshold ns or -1
+        kFps,              // a frame-rate meter's line  values: count, elapsed ns; rate
+        kCamProfile,  // a CamProfile checkpoint  values: index, start ms, step ms, threshold ms or
+                      // -1
+        kCameraProfile,  // a CameraProfile checkpoint  values: index, start us, step us, threshold
+                         // ns or -1
         kOther,          // any other line of the library's tags
     };
     Kind kind = kOther;

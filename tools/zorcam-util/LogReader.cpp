@@ -21,10 +21,10 @@ namespace zorcam_util {
 namespace {
 
 constexpr size_t kChunk = 1 << 20;
-constexpr size_t kMaxLine = 64 * 1024;        // longer lines are skipped, not kept
-constexpr uint64_t kProgressFrom = 4 << 20;   // captures above this show progress
-constexpr size_t kFirstUnreadable = 5;        // line numbers kept of the unreadable lines
-constexpr size_t kMaxInstants = 20000;        // warnings drawn into the trace
+constexpr size_t kMaxLine = 64 * 1024;       // longer lines are skipped, not kept
+constexpr uint64_t kProgressFrom = 4 << 20;  // captures above this show progress
+constexpr size_t kFirstUnreadable = 5;       // line numbers kept of the unreadable lines
+constexpr size_t kMaxInstants = 20000;       // warnings drawn into the trace
 
 // A capture opened for reading: a plain file or standard input, or a gzip file through zlib.
 class Capture {
@@ -126,7 +126,13 @@ void LogReader::line(std::string_view text, uint64_t lineNo) {
     switch (ev.kind) {
         case LibraryEvent::kPaced:
         case LibraryEvent::kPacedInReset: {
-            Stream& s = mResult.streams[{who, std::string(ev.name)}];
+            // Pacing lines come in runs of one stream: the last one is looked up first.
+            if (mLastStream == nullptr || !(mLastStreamKey.first == who) ||
+                mLastStreamKey.second != ev.name) {
+                mLastStreamKey = {who, std::string(ev.name)};
+                mLastStream = &mResult.streams[mLastStreamKey];
+            }
+            Stream& s = *mLastStream;
             PacedFrame f;
             f.at = at;
             f.ct = v[0];
@@ -172,8 +178,7 @@ void LogReader::line(std::string_view text, uint64_t lineNo) {
             const bool cam = ev.kind == LibraryEvent::kCamProfile;
             std::string name = cam ? std::string(ev.name)
                                    : std::string(entry.tag) + " " + std::string(ev.name);
-            if (!mOptions.name.empty() && name != mOptions.name && ev.name != mOptions.name)
-                return;
+            if (!mOptions.name.empty() && name != mOptions.name && ev.name != mOptions.name) return;
             Profile& p = mResult.profiles[{who, name}];
             const double stepNs = cam ? v[2] * 1e6 : v[2] * 1e3;
             // Notes often carry a frame number; the checkpoint is the note without its numbers.
@@ -201,9 +206,74 @@ void LogReader::line(std::string_view text, uint64_t lineNo) {
         }
         if (mResult.instants.size() < kMaxInstants) {
             const std::string said(entry.message.substr(0, 200));
-            mResult.instants.push_back({who, at, std::string(1, entry.level) + " " +
-                                                         std::string(entry.tag) + ": " + said});
+            mResult.instants.push_back(
+                    {who, at,
+                     std::string(1, entry.level) + " " + std::string(entry.tag) + ": " + said});
         }
+    }
+}
+
+namespace {
+
+// Newlines in [p, end), eight bytes at a time: a byte of x ^ "\n\n..." is zero exactly where
+// the text has a newline, and that test is exact for every byte of the word at once.
+uint64_t countNewlines(const char* p, const char* end) {
+    constexpr uint64_t kNewlines = 0x0a0a0a0a0a0a0a0a, kLow = 0x7f7f7f7f7f7f7f7f;
+    uint64_t n = 0;
+    for (; end - p >= 8; p += 8) {
+        uint64_t word;
+        memcpy(&word, p, 8);
+        const uint64_t x = word ^ kNewlines;
+        const uint64_t zero = ~(((x & kLow) + kLow) | x | kLow);  // 0x80 in each zero byte
+        n += ((zero >> 7) * 0x0101010101010101) >> 56;
+    }
+    for (; p < end; ++p) n += *p == '\n';
+    return n;
+}
+
+// The first `what` in [p, end), or end: memchr for its byte at `anchor`, one that is rare in
+// log text ('Z' of "ZorCam/", '>' of "-->now: "), then a compare around it. Faster than memmem,
+// which stops at every '-' of every date.
+const char* find(const char* p, const char* end, std::string_view what, size_t anchor) {
+    for (const char* q = p + anchor; q < end;) {
+        const void* at = memchr(q, what[anchor], static_cast<size_t>(end - q));
+        if (at == nullptr) break;
+        const char* start = static_cast<const char*>(at) - anchor;
+        if (end - start >= static_cast<ptrdiff_t>(what.size()) &&
+            memcmp(start, what.data(), what.size()) == 0) {
+            return start;
+        }
+        q = static_cast<const char*>(at) + 1;
+    }
+    return end;
+}
+
+}  // namespace
+
+void LogReader::lines(const char* p, const char* end, uint64_t* lineNo) {
+    // The library's lines are found in the whole block at once: most lines of a capture are
+    // other processes', and they are only counted, never looked at one by one.
+    const char* tagAt = nullptr;
+    const char* profileAt = nullptr;
+    while (p < end) {
+        if (tagAt == nullptr || tagAt < p) tagAt = find(p, end, "ZorCam/", 0);
+        if (profileAt == nullptr || profileAt < p) profileAt = find(p, end, "-->now: ", 2);
+        const char* hit = std::min(tagAt, profileAt);
+        if (hit == end) {
+            const uint64_t n = countNewlines(p, end);
+            *lineNo += n;
+            mResult.lines += n;
+            return;
+        }
+        const void* before = memrchr(p, '\n', static_cast<size_t>(hit - p));
+        const char* start = before != nullptr ? static_cast<const char*>(before) + 1 : p;
+        const uint64_t n = countNewlines(p, start);
+        *lineNo += n;
+        mResult.lines += n;
+        const char* stop = static_cast<const char*>(memchr(hit, '\n', end - hit));
+        if (stop == nullptr) stop = end;  // the block ends with a newline; not reached
+        line(std::string_view(start, stop - start), ++*lineNo);
+        p = stop + 1;
     }
 }
 
@@ -213,15 +283,17 @@ bool LogReader::read(const std::string& path, bool progress, std::string* error)
     mSource = path == "-" ? "stdin" : path;
     mLastTime = INT64_MIN;
     const bool showProgress = progress && capture.size() > kProgressFrom;
-    std::unique_ptr<char[]> buffer(new char[kChunk]);
-    std::string carry;  // a line cut by the end of a chunk
-    bool skippingLong = false;
+    // A block read, after the unfinished line the previous one ended with.
+    std::unique_ptr<char[]> buffer(new char[kChunk + kMaxLine]);
+    char* const data = buffer.get();
+    size_t kept = 0;
+    bool skippingLong = false;  // within a line longer than kMaxLine: dropped
     uint64_t lineNo = 0;
     uint64_t total = 0;
     bool checkedText = false;
     int64_t lastShown = 0;
     for (;;) {
-        const long got = capture.read(buffer.get(), kChunk);
+        const long got = capture.read(data + kept, kChunk);
         if (got < 0) {
             *error = "cannot read " + path;
             return false;
@@ -230,49 +302,46 @@ bool LogReader::read(const std::string& path, bool progress, std::string* error)
         if (!checkedText) {
             // A capture is text: a NUL among its first bytes means it is something else.
             checkedText = true;
-            if (memchr(buffer.get(), '\0', std::min<size_t>(got, 4096)) != nullptr) {
+            if (memchr(data, '\0', std::min<size_t>(got, 4096)) != nullptr) {
                 *error = path + " is not text";
                 mResult.binaryFiles++;
                 return false;
             }
         }
         total += static_cast<uint64_t>(got);
-        const char* p = buffer.get();
-        const char* end = p + got;
-        while (p < end) {
-            const char* nl = static_cast<const char*>(memchr(p, '\n', end - p));
-            if (nl == nullptr) {
-                if (carry.size() + (end - p) > kMaxLine) {
-                    skippingLong = true;
-                    carry.clear();
-                } else {
-                    carry.append(p, end);
-                }
-                break;
-            }
-            ++lineNo;
+        const size_t n = kept + static_cast<size_t>(got);
+        const void* last = memrchr(data, '\n', n);
+        if (last == nullptr) {
+            kept = n;
+        } else {
+            const char* end = static_cast<const char*>(last) + 1;
+            const char* p = data;
             if (skippingLong) {
+                p = static_cast<const char*>(memchr(p, '\n', end - p)) + 1;
+                ++lineNo;
+                ++mResult.lines;
                 skippingLong = false;
-            } else if (!carry.empty()) {
-                carry.append(p, nl);
-                line(carry, lineNo);
-                carry.clear();
-            } else {
-                line(std::string_view(p, nl - p), lineNo);
             }
-            p = nl + 1;
+            lines(p, end, &lineNo);
+            kept = static_cast<size_t>(data + n - end);
+            memmove(data, end, kept);
+        }
+        if (kept > kMaxLine) {
+            skippingLong = true;
+            kept = 0;
         }
         if (showProgress) {
             const int64_t at = now();
             if (at - lastShown > 250000000) {
                 lastShown = at;
-                fprintf(stderr, "\rreport: %s: %" PRIu64 " of %" PRIu64 " MB, %" PRIu64
-                        " library lines", mSource.c_str(), capture.position() >> 20,
-                        capture.size() >> 20, mResult.libraryLines);
+                fprintf(stderr,
+                        "\rreport: %s: %" PRIu64 " of %" PRIu64 " MB, %" PRIu64 " library lines",
+                        mSource.c_str(), capture.position() >> 20, capture.size() >> 20,
+                        mResult.libraryLines);
             }
         }
     }
-    if (!carry.empty() && !skippingLong) line(carry, ++lineNo);
+    if (kept > 0 && !skippingLong) line(std::string_view(data, kept), ++lineNo);
     if (showProgress)
         fprintf(stderr, "\rreport: %s: %" PRIu64 " MB read, %" PRIu64 " library lines\n",
                 mSource.c_str(), total >> 20, mResult.libraryLines);

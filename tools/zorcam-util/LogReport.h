@@ -97,9 +97,14 @@ public:
     const LogReport& result() const { return mResult; }
 
 private:
+    // The complete lines of [p, end), which ends with a newline.
+    void lines(const char* p, const char* end, uint64_t* lineNo);
+
     LogReaderOptions mOptions;
     LogReport mResult;
     std::string mSource = "input";
+    Named mLastStreamKey;
+    Stream* mLastStream = nullptr;  // std::map keeps its elements where they are
     int64_t mLastTime = INT64_MIN;
 };
 

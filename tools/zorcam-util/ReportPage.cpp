@@ -103,42 +103,59 @@ std::string ReportPage::html() const {
            xmlEscape(mTitle) + "</h1>\n" + mBody + "</body>\n</html>\n";
 }
 
+Trace::Trace(const std::string& path) : mPath(path), mOut(fopen(path.c_str(), "w")) {
+    if (mOut != nullptr) fputs("{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n", mOut);
+}
+
+Trace::~Trace() {
+    if (mOut != nullptr) fclose(mOut);
+}
+
+void Trace::add(const nlohmann::json& event) {
+    if (mOut == nullptr) return;
+    // One event per line keeps a large trace readable with a text editor too.
+    if (!mFirst) fputs(",\n", mOut);
+    mFirst = false;
+    fputs(event.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace).c_str(), mOut);
+}
+
 void Trace::processName(int pid, const std::string& name) {
-    mEvents.push_back({{"name", "process_name"}, {"ph", "M"}, {"pid", pid}, {"tid", pid},
-                       {"args", {{"name", name}}}});
+    add({{"name", "process_name"}, {"ph", "M"}, {"pid", pid}, {"tid", pid},
+         {"args", {{"name", name}}}});
 }
 
 void Trace::threadName(int pid, int tid, const std::string& name) {
-    mEvents.push_back({{"name", "thread_name"}, {"ph", "M"}, {"pid", pid}, {"tid", tid},
-                       {"args", {{"name", name}}}});
+    add({{"name", "thread_name"}, {"ph", "M"}, {"pid", pid}, {"tid", tid},
+         {"args", {{"name", name}}}});
 }
 
 void Trace::slice(int pid, int tid, const std::string& name, const std::string& category,
                   double startUs, double durationUs, nlohmann::json args) {
-    mEvents.push_back({{"name", name}, {"cat", category}, {"ph", "X"}, {"pid", pid},
-                       {"tid", tid}, {"ts", startUs}, {"dur", durationUs},
-                       {"args", std::move(args)}});
+    add({{"name", name}, {"cat", category}, {"ph", "X"}, {"pid", pid}, {"tid", tid},
+         {"ts", startUs}, {"dur", durationUs}, {"args", std::move(args)}});
 }
 
 void Trace::counter(int pid, const std::string& name, double atUs, double value) {
-    mEvents.push_back({{"name", name}, {"ph", "C"}, {"pid", pid}, {"tid", pid}, {"ts", atUs},
-                       {"args", {{"value", value}}}});
+    add({{"name", name}, {"ph", "C"}, {"pid", pid}, {"tid", pid}, {"ts", atUs},
+         {"args", {{"value", value}}}});
 }
 
-void Trace::instant(int pid, int tid, const std::string& name, double atUs,
-                    nlohmann::json args) {
-    mEvents.push_back({{"name", name}, {"ph", "i"}, {"s", "t"}, {"pid", pid}, {"tid", tid},
-                       {"ts", atUs}, {"args", std::move(args)}});
+void Trace::instant(int pid, int tid, const std::string& name, double atUs, nlohmann::json args) {
+    add({{"name", name}, {"ph", "i"}, {"s", "t"}, {"pid", pid}, {"tid", tid}, {"ts", atUs},
+         {"args", std::move(args)}});
 }
 
-std::string Trace::dump() const {
-    // One event per line keeps a large trace readable with a text editor too.
-    std::string out = "{\"displayTimeUnit\":\"ms\",\"traceEvents\":[\n";
-    for (size_t i = 0; i < mEvents.size(); ++i) {
-        out += mEvents[i].dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-        out += i + 1 < mEvents.size() ? ",\n" : "\n";
+bool Trace::finish(std::string* error) {
+    if (mOut == nullptr) {
+        *error = "cannot write " + mPath;
+        return false;
     }
-    return out + "]}\n";
+    fputs("\n]}\n", mOut);
+    const bool ok = ferror(mOut) == 0;
+    const bool closed = fclose(mOut) == 0;
+    mOut = nullptr;
+    if (!ok || !closed) *error = "cannot write " + mPath;
+    return ok && closed;
 }
 
 }  // namespace zorcam_util

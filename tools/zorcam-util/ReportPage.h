@@ -4,9 +4,9 @@
 // as data: URIs), SVG charts beside it, and a trace in the Trace Event format that the Perfetto
 // UI opens.
 
-#include <nlohmann/json.hpp>
-
+#include <cstdio>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -43,9 +43,15 @@ private:
     std::string mTitle;
 };
 
-/// A trace in the Trace Event format (JSON), times in microseconds.
+/// A trace in the Trace Event format (JSON), times in microseconds, written to its file event by
+/// event: a trace of millions of events never sits in memory.
 class Trace {
 public:
+    explicit Trace(const std::string& path);
+    ~Trace();
+    Trace(const Trace&) = delete;
+    Trace& operator=(const Trace&) = delete;
+
     void processName(int pid, const std::string& name);
     void threadName(int pid, int tid, const std::string& name);
     void slice(int pid, int tid, const std::string& name, const std::string& category,
@@ -53,10 +59,15 @@ public:
     void counter(int pid, const std::string& name, double atUs, double value);
     void instant(int pid, int tid, const std::string& name, double atUs,
                  nlohmann::json args = nlohmann::json::object());
-    std::string dump() const;
+    /// Ends the file; false with a message when it could not be written.
+    bool finish(std::string* error);
 
 private:
-    nlohmann::json mEvents = nlohmann::json::array();
+    void add(const nlohmann::json& event);
+
+    std::string mPath;
+    FILE* mOut;
+    bool mFirst = true;
 };
 
 }  // namespace zorcam_util

@@ -8,6 +8,7 @@
 
 #include <android-base/unique_fd.h>
 #include <android/hidl/allocator/1.0/IAllocator.h>
+#include <android/log.h>
 #include <android/sw_sync.h>
 #include <android/sync.h>
 #include <cutils/native_handle.h>
@@ -28,14 +29,18 @@
 #include <zorcam/utils/std/Sync.h>
 #include <zorcam/utils/std/ULogPrinter.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cmath>
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -43,18 +48,11 @@
 #include <thread>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-#include <android/log.h>
-
-#include <cerrno>
-#include <ctime>
-#include <fstream>
-
 #include "Args.h"
 #include "Clock.h"
 #include "Command.h"
-#include "ReportPage.h"
 #include "RawImage.h"
+#include "ReportPage.h"
 #include "StampReader.h"
 #include "Stats.h"
 
@@ -633,9 +631,8 @@ int run(DemoOptions o, const std::string& size) {
         // meters' lines need the camera log level at 3 or more, which is read when the library
         // loads: set persist.vendor.zor.camera.log_level beforehand to have them.
         property_set("debug.camera.fctrl.loglevel", "2");
-        NSCam::Utils::ULog::ULogger::sDetailsLevel =
-                std::max<uint32_t>(NSCam::Utils::ULog::ULogger::sDetailsLevel,
-                                   NSCam::Utils::ULog::DETAILS_DEBUG);
+        NSCam::Utils::ULog::ULogger::sDetailsLevel = std::max<uint32_t>(
+                NSCam::Utils::ULog::ULogger::sDetailsLevel, NSCam::Utils::ULog::DETAILS_DEBUG);
         __android_log_set_minimum_priority(ANDROID_LOG_DEBUG);
     }
     ULogPrinter log(kLibraryModule, kTag, NSCam::Utils::ULog::DETAILS_INFO);

@@ -1,16 +1,14 @@
 // zorcam-util formats / format: the image-format registry from the command line.
 
-#include "Command.h"
-
-#include <CLI/CLI.hpp>
-
-#include "Args.h"
-
 #include <zorcam/utils/std/Format.h>
 
+#include <CLI/CLI.hpp>
 #include <cinttypes>
 #include <cstdio>
 #include <memory>
+
+#include "Args.h"
+#include "Command.h"
 
 namespace zorcam_util {
 
@@ -65,7 +63,8 @@ int describeFormat(const std::string& name, const std::string& size) {
         const uint64_t bytes = static_cast<uint64_t>((bitCount + 7) / 8);
         total += bytes;
         printf("plane %zu: %" PRIu64 " x %" PRIu64 " pixels, %d bits per pixel, %" PRIu64
-               " bytes\n", p, w, h, bits, bytes);
+               " bytes\n",
+               p, w, h, bits, bytes);
     }
     printf("total: %" PRIu64 " bytes\n", static_cast<uint64_t>(total));
     return 0;
@@ -74,15 +73,15 @@ int describeFormat(const std::string& name, const std::string& size) {
 const Command sFormats("formats", "List the image-format registry.",
                        [](CLI::App&) -> Command::Runner { return listFormats; });
 
-const Command sFormat("format", "Plane sizes of one format at one image size.",
-                      [](CLI::App& command) -> Command::Runner {
-                          auto name = std::make_shared<std::string>();
-                          auto size = std::make_shared<std::string>();
-                          command.add_option("format", *name, "format name or id (0x...)")
-                                  ->required();
-                          command.add_option("size", *size, "image size, WxH")->required();
-                          return [name, size] { return describeFormat(*name, *size); };
-                      });
+const Command sFormat(
+        "format", "Plane sizes of one format at one image size.",
+        [](CLI::App& command) -> Command::Runner {
+            auto name = std::make_shared<std::string>();
+            auto size = std::make_shared<std::string>();
+            command.add_option("format", *name, "format name or id (0x...)")->required();
+            command.add_option("size", *size, "image size, WxH")->required();
+            return [name, size] { return describeFormat(*name, *size); };
+        });
 
 }  // namespace
 

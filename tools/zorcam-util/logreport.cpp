@@ -3,8 +3,9 @@
 // the frame-rate meters, the profiles' checkpoints and the library's warnings and errors, kept
 // apart by process, thread and name.
 
-#include <CLI/CLI.hpp>
+#include "LogReport.h"
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cinttypes>
 #include <cmath>
@@ -19,7 +20,6 @@
 #include "Args.h"
 #include "Command.h"
 #include "LogLine.h"
-#include "LogReport.h"
 #include "ReportPage.h"
 #include "Stats.h"
 #include "Svg.h"
@@ -116,8 +116,8 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
 
     // Charts.
     std::vector<std::pair<std::string, std::string>> charts;
-    static const char* const kColours[] = {"steelblue", "darkorange", "seagreen", "crimson",
-                                           "purple", "saddlebrown"};
+    static const char* const kColours[] = {"steelblue", "darkorange", "seagreen",
+                                           "crimson",   "purple",     "saddlebrown"};
     int n = 0;
     for (const auto& [key, s] : r.streams) {
         if (s.frames.empty()) continue;
@@ -139,25 +139,26 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
         std::sort(sorted.begin(), sorted.end());
         const double centre = sorted.empty() ? 0 : percentile(sorted, 50);
         const std::string suffix = std::to_string(n++);
-        charts.emplace_back("display_delay_" + suffix + ".svg", svgDocument(1, [&](std::ostream& o) {
-            svgLines(o, 0, label + ": display delay (ms) per frame over the stream (s)",
-                     {delay, target, adjust, reset});
-        }));
+        charts.emplace_back(
+                "display_delay_" + suffix + ".svg", svgDocument(1, [&](std::ostream& o) {
+                    svgLines(o, 0, label + ": display delay (ms) per frame over the stream (s)",
+                             {delay, target, adjust, reset});
+                }));
         charts.emplace_back("frame_intervals_" + suffix + ".svg",
                             svgDocument(1, [&](std::ostream& o) {
                                 svgHistogram(o, 0, label + ": frame intervals (ms)", intervals,
                                              centre, 0.25, 8);
                             }));
         charts.emplace_back("sleep_" + suffix + ".svg", svgDocument(1, [&](std::ostream& o) {
-            svgLines(o, 0, label + ": sleep (ms) per frame over the stream (s)", {sleep});
-        }));
+                                svgLines(o, 0, label + ": sleep (ms) per frame over the stream (s)",
+                                         {sleep});
+                            }));
     }
     if (!r.meters.empty()) {
         std::vector<SvgLine> lines;
         int c = 0;
         for (const auto& [key, samples] : r.meters) {
-            SvgLine l{key.second + " (" + threadName(key.first) + ")", {}, {},
-                      kColours[c++ % 6]};
+            SvgLine l{key.second + " (" + threadName(key.first) + ")", {}, {}, kColours[c++ % 6]};
             double elapsed = 0;
             for (const MeterSample& m : samples) {
                 // Where the capture has no time stamps, the meters' own periods make the axis.
@@ -168,14 +169,15 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
             lines.push_back(std::move(l));
         }
         charts.emplace_back("fps.svg", svgDocument(1, [&](std::ostream& o) {
-            svgLines(o, 0, "frame-rate meters: fps over the capture (s)", lines);
-        }));
+                                svgLines(o, 0, "frame-rate meters: fps over the capture (s)",
+                                         lines);
+                            }));
     }
     for (const auto& [name, text] : charts)
         if (!keep(name, text)) return false;
 
     // The trace: one track per thread, counters per stream and meter.
-    Trace trace;
+    Trace trace((dir / "trace.json").string());
     std::set<int> pids;
     for (const Thread& t : r.threads) {
         if (pids.insert(t.pid).second) trace.processName(t.pid, "pid " + std::to_string(t.pid));
@@ -213,7 +215,8 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
             trace.slice(key.first.pid, key.first.tid, step.note, key.second,
                         us(step.at) - step.stepNs / 1e3, step.stepNs / 1e3);
     for (const Instant& i : r.instants) trace.instant(i.who.pid, i.who.tid, i.text, us(i.at));
-    if (!keep("trace.json", trace.dump())) return false;
+    if (!trace.finish(error)) return false;
+    files->push_back("trace.json");
 
     // The page.
     ReportPage page("zorcam-util report");
@@ -231,9 +234,9 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
     if (r.unreadableCount > 0) {
         std::string where;
         for (const std::string& u : r.unreadable) where += (where.empty() ? "" : ", ") + u;
-        page.raw("<p class=\"bad\">" + xmlEscape(std::to_string(r.unreadableCount) +
-                                                  " library lines could not be read (first: " +
-                                                  where + ").") +
+        page.raw("<p class=\"bad\">" +
+                 xmlEscape(std::to_string(r.unreadableCount) +
+                           " library lines could not be read (first: " + where + ").") +
                  "</p>\n");
     }
     if (r.outOfOrder > 0)
@@ -250,17 +253,16 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
         for (size_t i = 0; i < s.resetStarts.size() && i < 3; ++i)
             reset += (i == 0 ? " (" : ", ") + fmt("%.3f s", us(s.resetStarts[i].first) / 1e6);
         if (!s.resetStarts.empty()) reset += s.resetStarts.size() > 3 ? ", ...)" : ")";
-        rows.push_back({key.second + " (" + threadName(key.first) + ")",
-                        std::to_string(f.controlled), std::to_string(f.paced), fmt("%.3f", f.fps),
-                        ms(f.intervalP50), ms(f.delayP50), ms(f.delayP99), ms(f.delayMax),
-                        ms(f.target), std::to_string(f.sleeps) + " (" + fmt("%.1f", f.sleptMs) +
-                                              " ms)",
-                        adjust, reset,
-                        s.firstFrameDelayMs >= 0 ? std::to_string(s.firstFrameDelayMs) : "-"});
+        rows.push_back(
+                {key.second + " (" + threadName(key.first) + ")", std::to_string(f.controlled),
+                 std::to_string(f.paced), fmt("%.3f", f.fps), ms(f.intervalP50), ms(f.delayP50),
+                 ms(f.delayP99), ms(f.delayMax), ms(f.target),
+                 std::to_string(f.sleeps) + " (" + fmt("%.1f", f.sleptMs) + " ms)", adjust, reset,
+                 s.firstFrameDelayMs >= 0 ? std::to_string(s.firstFrameDelayMs) : "-"});
     }
-    page.table({"stream", "frames", "paced", "fps (frame times)", "interval p50 ms",
-                "delay p50 ms", "delay p99 ms", "delay max ms", "target ms", "sleeps",
-                "adjust episodes (start)", "reset episodes (start)", "first-frame delay ms"},
+    page.table({"stream", "frames", "paced", "fps (frame times)", "interval p50 ms", "delay p50 ms",
+                "delay p99 ms", "delay max ms", "target ms", "sleeps", "adjust episodes (start)",
+                "reset episodes (start)", "first-frame delay ms"},
                rows);
     page.heading("Frame-rate meters");
     rows.clear();
@@ -283,8 +285,7 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
                             ms(sorted.back())});
         }
     }
-    page.table({"profile: checkpoint", "count", "p50 step ms", "p99 step ms", "max step ms"},
-               rows);
+    page.table({"profile: checkpoint", "count", "p50 step ms", "p99 step ms", "max step ms"}, rows);
     page.heading("Warnings and errors");
     rows.clear();
     for (const auto& [tag, p] : r.problems) {
@@ -310,8 +311,8 @@ void printLogSummary(const LogReport& r) {
         const std::string name = key.second + " [" + std::to_string(key.first.pid) + "/" +
                                  std::to_string(key.first.tid) + "]";
         printf("%-32s %7zu %7zu %9.3f %10s %10s %10s %8zu %7zu %7zu\n", name.c_str(), f.controlled,
-               f.paced, f.fps, ms(f.delayP50).c_str(), ms(f.delayP99).c_str(),
-               ms(f.target).c_str(), f.sleeps, s.adjustStarts.size(), s.resetStarts.size());
+               f.paced, f.fps, ms(f.delayP50).c_str(), ms(f.delayP99).c_str(), ms(f.target).c_str(),
+               f.sleeps, s.adjustStarts.size(), s.resetStarts.size());
     }
     for (const auto& [key, samples] : r.meters) {
         double sum = 0;
@@ -358,14 +359,14 @@ int run(const ReportOptions& o) {
         if (!firstError.empty() && r.lines == 0)
             return badArgument("report", "nothing to read: " + firstError);
         if (r.unreadableCount > 0)
-            return badArgument("report", "no readable library lines; " +
-                                                 std::to_string(r.unreadableCount) +
-                                                 " could not be read, the first at " +
-                                                 r.unreadable.front());
+            return badArgument("report",
+                               "no readable library lines; " + std::to_string(r.unreadableCount) +
+                                       " could not be read, the first at " + r.unreadable.front());
         return badArgument("report", "no library lines in " + sources);
     }
     // Some captures were read: the others are named, and the report is made of the rest.
-    for (const std::string& error : errors) fprintf(stderr, "zorcam-util report: %s\n", error.c_str());
+    for (const std::string& error : errors)
+        fprintf(stderr, "zorcam-util report: %s\n", error.c_str());
     if (!makeOutputDir("report", o.out)) return 1;
     std::vector<std::string> files;
     std::string error;

@@ -1,7 +1,6 @@
 // zorcam-util: a command-line front end to libzorcam_stdutils for engineers on a host.
 
 #include <CLI/CLI.hpp>
-
 #include <cstdio>
 #include <map>
 #include <string>

@@ -1,18 +1,11 @@
 // zorcam-util overlay: renders the debug overlays over synthetic frames and writes them as
 // grayscale PNG files, so the stamps and the band can be looked at.
 
-#include "Command.h"
-
-#include <CLI/CLI.hpp>
-
-#include "Args.h"
-#include "Image.h"
-
+#include <cutils/properties.h>
 #include <zorcam/utils/std/DebugDrawID.h>
 #include <zorcam/utils/std/DebugScanLine.h>
 
-#include <cutils/properties.h>
-
+#include <CLI/CLI.hpp>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +14,10 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "Args.h"
+#include "Command.h"
+#include "Image.h"
 
 namespace {
 
@@ -131,8 +128,7 @@ int run(const Given& given) {
 }
 
 zorcam_util::Command sCmd(
-        "overlay",
-        "Stamp frame numbers and run the scan line over synthetic luma frames, as PNGs.",
+        "overlay", "Stamp frame numbers and run the scan line over synthetic luma frames, as PNGs.",
         [](CLI::App& command) -> zorcam_util::Command::Runner {
             auto g = std::make_shared<Given>();
             command.add_option("--size", g->size, "frame size, WxH (default 640x480)");

@@ -4,22 +4,13 @@
 // next frame slot, and FrameController), each on its own consumer thread, and the release
 // intervals, display delays and sleeping time of the three are compared.
 
-#include "Clock.h"
-#include "Command.h"
-
-#include <CLI/CLI.hpp>
-#include <memory>
-#include "Stats.h"
-#include "Svg.h"
-
+#include <android/log.h>
+#include <cutils/properties.h>
+#include <sys/stat.h>
 #include <zorcam/utils/std/FrameController.h>
 #include <zorcam/utils/std/Log.h>
 
-#include <android/log.h>
-#include <cutils/properties.h>
-
-#include <sys/stat.h>
-
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -31,11 +22,17 @@
 #include <deque>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "Clock.h"
+#include "Command.h"
+#include "Stats.h"
+#include "Svg.h"
 
 namespace zorcam_util {
 
@@ -258,8 +255,8 @@ int run(const Options& o) {
     printf("pace: %.3f fps (frame interval %.3f ms), %d frames, delivery jitter 0-%.1f ms, "
            "latency %.1f ms, seed %u\n",
            o.fps, interval / 1e6, o.frames, o.jitterMs, o.latencyMs, o.seed);
-    printf("load average before %s, after %s; statistics over frames %d..%d\n",
-           loadBefore.c_str(), loadAverage().c_str(), kWarmup, o.frames - 1);
+    printf("load average before %s, after %s; statistics over frames %d..%d\n", loadBefore.c_str(),
+           loadAverage().c_str(), kWarmup, o.frames - 1);
     printf("%-16s %28s %8s %20s %22s\n", "", "|interval error| ms", "", "display delay ms",
            "time asleep");
     printf("%-16s %9s %9s %9s %8s %10s %9s %12s %9s\n", "way", "median", "p99", "max", ">2 ms",
@@ -271,8 +268,8 @@ int run(const Options& o) {
         names.push_back(w->name());
         const Stats& s = stats.back();
         printf("%-16s %9.3f %9.3f %9.3f %7.1f%% %10.3f %9.3f %12.1f %9.3f\n", w->name(),
-               s.errMedian, s.errP99, s.errMax, s.shareOver2, s.delayMedian, s.delayP99,
-               s.sleptMs, s.sleptPerFrameMs);
+               s.errMedian, s.errP99, s.errMax, s.shareOver2, s.delayMedian, s.delayP99, s.sleptMs,
+               s.sleptPerFrameMs);
     }
     if (counted) {
         printf("FrameController: adjust mode entered %d times, reset mode entered %d times\n",
@@ -294,21 +291,20 @@ int run(const Options& o) {
 
 }  // namespace
 
-static Command sCmd(
-        "pace", "Measure frame pacing: unpaced, a slot pacer and FrameController.",
-        [](CLI::App& command) -> Command::Runner {
-            auto o = std::make_shared<Options>();
-            command.add_option("--fps", o->fps, "frame rate (default 30)")
-                    ->check(CLI::Range(0.001, 1000.0));
-            command.add_option("--frames", o->frames, "frames to pace")
-                    ->check(CLI::Range(kWarmup + 2, 1000000));
-            command.add_option("--jitter-ms", o->jitterMs, "capture jitter, 0 to J ms")
-                    ->check(CLI::Range(0.0, 1000.0));
-            command.add_option("--latency-ms", o->latencyMs, "pipeline latency in ms")
-                    ->check(CLI::Range(0.0, 1000.0));
-            command.add_option("--seed", o->seed, "seed of the jitter");
-            command.add_option("--out", o->outDir, "folder for pace_intervals.svg");
-            return [o] { return run(*o); };
-        });
+static Command sCmd("pace", "Measure frame pacing: unpaced, a slot pacer and FrameController.",
+                    [](CLI::App& command) -> Command::Runner {
+                        auto o = std::make_shared<Options>();
+                        command.add_option("--fps", o->fps, "frame rate (default 30)")
+                                ->check(CLI::Range(0.001, 1000.0));
+                        command.add_option("--frames", o->frames, "frames to pace")
+                                ->check(CLI::Range(kWarmup + 2, 1000000));
+                        command.add_option("--jitter-ms", o->jitterMs, "capture jitter, 0 to J ms")
+                                ->check(CLI::Range(0.0, 1000.0));
+                        command.add_option("--latency-ms", o->latencyMs, "pipeline latency in ms")
+                                ->check(CLI::Range(0.0, 1000.0));
+                        command.add_option("--seed", o->seed, "seed of the jitter");
+                        command.add_option("--out", o->outDir, "folder for pace_intervals.svg");
+                        return [o] { return run(*o); };
+                    });
 
 }  // namespace zorcam_util

@@ -168,9 +168,9 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
         if (!writeText((dir / name).string(), *text, error)) return false;
         keep(name);
     }
-    Trace trace;
+    Trace trace((dir / "trace.json").string());
     traceDemo(r, &trace);
-    if (!writeText((dir / "trace.json").string(), trace.dump(), error)) return false;
+    if (!trace.finish(error)) return false;
     keep("trace.json");
 
     // The page.
@@ -198,9 +198,8 @@ bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* s
                  std::to_string(summary->idMatched) + " of " + std::to_string(r.dumps.size())},
                 {"fences made / merged",
                  std::to_string(r.fencesMade) + " / " + std::to_string(r.fencesMerged)},
-                {"descriptors open before / after",
-                 std::to_string(r.descriptorsBefore) + " / " +
-                         std::to_string(r.descriptorsAfter)}});
+                {"descriptors open before / after", std::to_string(r.descriptorsBefore) + " / " +
+                                                            std::to_string(r.descriptorsAfter)}});
     page.heading("Stages");
     std::vector<std::vector<std::string>> stageRows;
     for (const StageTimes& s : r.stages) {

@@ -5,16 +5,14 @@
 #include <zorcam/utils/std/Format.h>
 #include <zorcam/utils/std/Misc.h>
 
+#include <CLI/CLI.hpp>
 #include <cinttypes>
 #include <cstdio>
 #include <limits>
-#include <string>
-#include <vector>
-
-#include <CLI/CLI.hpp>
-
 #include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "Args.h"
 #include "Command.h"
@@ -84,25 +82,25 @@ int run(const ViewOptions& o) {
     return 0;
 }
 
-const Command sView("view", "Turn a raw buffer dump into a PNG picture.",
-                    [](CLI::App& command) -> Command::Runner {
-                        auto o = std::make_shared<ViewOptions>();
-                        command.add_option("file", o->file, "the raw dump")->required();
-                        command.add_option("--format", o->formatName, "format name or id")
-                                ->required();
-                        command.add_option("--size", o->size, "image size, WxH")->required();
-                        command.add_option("--out", o->out, "the PNG to write")->required();
-                        command.add_option("--stride", o->stride,
-                                           "row pitch of plane 0 in bytes (default: packed)")
-                                ->check(CLI::Range(uint64_t{1}, uint64_t{INT32_MAX}));
-                        const std::map<std::string, BayerOrder> orders = {
-                                {"RGGB", BayerOrder::RGGB}, {"GRBG", BayerOrder::GRBG},
-                                {"GBRG", BayerOrder::GBRG}, {"BGGR", BayerOrder::BGGR}};
-                        command.add_option("--bayer", o->order,
-                                           "colour order of raw Bayer (default RGGB)")
-                                ->transform(CLI::CheckedTransformer(orders));
-                        return [o] { return run(*o); };
-                    });
+const Command sView(
+        "view", "Turn a raw buffer dump into a PNG picture.",
+        [](CLI::App& command) -> Command::Runner {
+            auto o = std::make_shared<ViewOptions>();
+            command.add_option("file", o->file, "the raw dump")->required();
+            command.add_option("--format", o->formatName, "format name or id")->required();
+            command.add_option("--size", o->size, "image size, WxH")->required();
+            command.add_option("--out", o->out, "the PNG to write")->required();
+            command.add_option("--stride", o->stride,
+                               "row pitch of plane 0 in bytes (default: packed)")
+                    ->check(CLI::Range(uint64_t{1}, uint64_t{INT32_MAX}));
+            const std::map<std::string, BayerOrder> orders = {{"RGGB", BayerOrder::RGGB},
+                                                              {"GRBG", BayerOrder::GRBG},
+                                                              {"GBRG", BayerOrder::GBRG},
+                                                              {"BGGR", BayerOrder::BGGR}};
+            command.add_option("--bayer", o->order, "colour order of raw Bayer (default RGGB)")
+                    ->transform(CLI::CheckedTransformer(orders));
+            return [o] { return run(*o); };
+        });
 
 }  // namespace
 
