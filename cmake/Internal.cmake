@@ -8,7 +8,8 @@ target_include_directories(zorcam_stdutils_internal PUBLIC ${CMAKE_SOURCE_DIR}/i
 
 # Programs that call functions the shared library does not export (the log front end's
 # helpers, the scan line's painting). Inline code of a private header needs no entry.
-set(ZORCAM_INTERNAL_PROGRAMS log_test log_bench overlay_bench debugscanline_fuzz)
+set(ZORCAM_INTERNAL_PROGRAMS log_test log_bench overlay_bench debugscanline_fuzz
+    debugscanline_replay)
 
 # Links target to the library: the programs above to its internal objects, every other one to
 # the shared library. Never both: two copies would mean two registries and property stores.

@@ -143,4 +143,8 @@ TEST_F(DebugScanLineTest, ExtremeSettingsStayInsideTheBuffer) {
         for (int call = 0; call < c.calls; ++call) frame(p, c.rows);
         EXPECT_EQ(p.wrongByte(c.first, c.last, 0, 16), -1);
     }
+    // No rows with a zero stride, where every row would share the same bytes: none painted.
+    std::vector<uint8_t> bytes(16, 0);
+    mLine->drawScanLine(16, 0, bytes.data(), 16, 0);
+    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 0), 16);
 }

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <new>
 #include <set>
@@ -59,6 +60,8 @@ TEST_F(FormatTest, CatalogueInvariantsAndSampleRows) {
         // The compressed UFO Bayer formats, alone, have no plane sum (format_fuzz checks the
         // sum of the others).
         EXPECT_EQ(fmt.checkValidBufferInfo(), id < 0x2208 || id > 0x220F);
+        EXPECT_EQ(checkValidBufferInfo(id), fmt.checkValidBufferInfo());
+        EXPECT_TRUE(checkValidFormat(id));
     }
     // A sample of rows reads back exactly as catalogued.
     const struct { int id; const char *name, *desc; size_t planes; int bits; } rows[] = {
@@ -108,12 +111,23 @@ TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
     EXPECT_EQ(u[83].text, "[checkValidFormat] Unsupported Image Format: 0");
     for (const auto& line : u) EXPECT_EQ(line.type, NSCam::Utils::ULog::DETAILS_WARNING);
 
-    // Each query that fails writes the dump and its own line (format_fuzz tries every query).
-    clearLogs();
-    EXPECT_EQ(queryImageBitsPerPixel(-1), 0);
-    EXPECT_EQ(ulogLines().size(), 84u);
-    EXPECT_EQ(ulogLines().back().text,
-              "[queryImageBitsPerPixel] Unsupported Image Format: 0xffffffff");
+    // Every query answers an unknown id with its failure value, the dump and its own line.
+    const std::pair<const char*, std::function<bool()>> queries[] = {
+            {"checkValidFormat", [] { return !checkValidFormat(-1); }},
+            {"queryImageFormatName", [] { return queryImageFormatName(-1) == "unknown"; }},
+            {"queryPlaneCount", [] { return queryPlaneCount(-1) == 0; }},
+            {"queryPlaneWidthInPixels", [] { return queryPlaneWidthInPixels(-1, 0, 64) == 0; }},
+            {"queryPlaneHeightInPixels", [] { return queryPlaneHeightInPixels(-1, 0, 64) == 0; }},
+            {"queryPlaneBitsPerPixel", [] { return queryPlaneBitsPerPixel(-1, 0) == 0; }},
+            {"queryImageBitsPerPixel", [] { return queryImageBitsPerPixel(-1) == 0; }},
+            {"checkValidBufferInfo", [] { return !checkValidBufferInfo(-1); }}};
+    for (const auto& [name, failed] : queries) {
+        clearLogs();
+        EXPECT_TRUE(failed()) << name;
+        ASSERT_EQ(ulogLines().size(), 84u) << name;
+        EXPECT_EQ(ulogLines().back().text,
+                  std::string("[") + name + "] Unsupported Image Format: 0xffffffff");
+    }
 }
 
 TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {

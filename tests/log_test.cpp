@@ -176,7 +176,8 @@ TEST(ZorcamTestLog, EngLoadSwitchLeavesTheLevelAlone) {
 // carries the load-time debug line.
 TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
     const struct { const char *value, *letters, *logged; } cases[] = {
-        {nullptr, "1110000\n", "-1"}, {"0", "1000000\n", "0"},   {"3", "1111000\n", "3"},
+        {nullptr, "1110000\n", "-1"}, {"0", "1000000\n", "0"},   {"1", "1100000\n", "1"},
+        {"3", "1111000\n", "3"},
         {"4", "1111100\n", "4"},      {"-5", "1000000\n", "-5"}, {"junk", "1110000\n", "-1"}};
     TempDir dir;
     for (const auto& c : cases) {

@@ -118,6 +118,10 @@ def main():
         cmd = " ".join(shlex.quote(c) for c in (["env"] + env if env else []) + command)
         cwd = props.get("WORKING_DIRECTORY", build)
         os.makedirs(staging + cwd, exist_ok=True)
+        # Folders a test names (a fuzz corpus) go in at the same place.
+        for arg in command[1:]:
+            if os.path.isabs(arg) and os.path.isdir(arg) and not os.path.exists(staging + arg):
+                shutil.copytree(arg, staging + arg)
         lines.append("\t".join([os.path.basename(programs[0]), test["name"], cwd, cmd]))
     with open(os.path.join(staging, "zorcam/tests.txt"), "w") as f:
         f.write("".join(line + "\n" for line in lines))
