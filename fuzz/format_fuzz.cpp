@@ -59,23 +59,17 @@ const size_t kEdgeSizes[] = {0, 1, 2, 1919, 1920, 1921, SIZE_MAX, SIZE_MAX - 1, 
 
 int pickId(FuzzedDataProvider& in, const Format::ImgFmtMap& map) {
     switch (in.ConsumeIntegralInRange<int>(0, 2)) {
-        case 0:
-            return map.keyAt(in.ConsumeIntegralInRange<size_t>(0, map.size() - 1));
-        case 1:
-            return in.PickValueInArray(kEdgeIds);
-        default:
-            return in.ConsumeIntegral<int>();
+        case 0: return map.keyAt(in.ConsumeIntegralInRange<size_t>(0, map.size() - 1));
+        case 1: return in.PickValueInArray(kEdgeIds);
+        default: return in.ConsumeIntegral<int>();
     }
 }
 
 size_t pickSize(FuzzedDataProvider& in) {
     switch (in.ConsumeIntegralInRange<int>(0, 2)) {
-        case 0:
-            return in.ConsumeIntegralInRange<size_t>(0, 8192);
-        case 1:
-            return in.PickValueInArray(kEdgeSizes);
-        default:
-            return in.ConsumeIntegral<size_t>();
+        case 0: return in.ConsumeIntegralInRange<size_t>(0, 8192);
+        case 1: return in.PickValueInArray(kEdgeSizes);
+        default: return in.ConsumeIntegral<size_t>();
     }
 }
 
@@ -173,41 +167,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const ssize_t index = sMap.indexOfKey(id);
         if (index < 0) {
             // One query a time: each refusal writes the whole registry to the log.
-            bool ok = false;
-            const char* function = nullptr;
-            switch (in.ConsumeIntegralInRange<int>(0, 7)) {
-                case 0:
-                    ok = !Format::checkValidFormat(id);
-                    function = "checkValidFormat";
-                    break;
-                case 1:
-                    ok = Format::queryImageFormatName(id) == "unknown";
-                    function = "queryImageFormatName";
-                    break;
-                case 2:
-                    ok = Format::queryPlaneCount(id) == 0;
-                    function = "queryPlaneCount";
-                    break;
-                case 3:
-                    ok = Format::queryPlaneWidthInPixels(id, plane, w) == 0;
-                    function = "queryPlaneWidthInPixels";
-                    break;
-                case 4:
-                    ok = Format::queryPlaneHeightInPixels(id, plane, h) == 0;
-                    function = "queryPlaneHeightInPixels";
-                    break;
-                case 5:
-                    ok = Format::queryPlaneBitsPerPixel(id, plane) == 0;
-                    function = "queryPlaneBitsPerPixel";
-                    break;
-                case 6:
-                    ok = Format::queryImageBitsPerPixel(id) == 0;
-                    function = "queryImageBitsPerPixel";
-                    break;
-                default:
-                    ok = !Format::checkValidBufferInfo(id);
-                    function = "checkValidBufferInfo";
-            }
+            using Refused = bool (*)(int id, size_t plane, size_t w, size_t h);
+            static const std::pair<const char*, Refused> kQueries[] = {
+                    {"checkValidFormat", [](int i, size_t, size_t, size_t) {
+                         return !Format::checkValidFormat(i); }},
+                    {"queryImageFormatName", [](int i, size_t, size_t, size_t) {
+                         return Format::queryImageFormatName(i) == "unknown"; }},
+                    {"queryPlaneCount", [](int i, size_t, size_t, size_t) {
+                         return Format::queryPlaneCount(i) == 0; }},
+                    {"queryPlaneWidthInPixels", [](int i, size_t p, size_t width, size_t) {
+                         return Format::queryPlaneWidthInPixels(i, p, width) == 0; }},
+                    {"queryPlaneHeightInPixels", [](int i, size_t p, size_t, size_t height) {
+                         return Format::queryPlaneHeightInPixels(i, p, height) == 0; }},
+                    {"queryPlaneBitsPerPixel", [](int i, size_t p, size_t, size_t) {
+                         return Format::queryPlaneBitsPerPixel(i, p) == 0; }},
+                    {"queryImageBitsPerPixel", [](int i, size_t, size_t, size_t) {
+                         return Format::queryImageBitsPerPixel(i) == 0; }},
+                    {"checkValidBufferInfo", [](int i, size_t, size_t, size_t) {
+                         return !Format::checkValidBufferInfo(i); }}};
+            const auto& [function, refused] = kQueries[in.ConsumeIntegralInRange<int>(0, 7)];
+            const bool ok = refused(id, plane, w, h);
             if (!ok) fail(function, id, plane, w, h);
             checkRefusal(function, id, sMap.size());
             continue;

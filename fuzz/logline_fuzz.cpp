@@ -39,73 +39,61 @@ std::string lineText(FuzzedDataProvider& in, size_t max) {
 void checkForms(FuzzedDataProvider& in) {
     static const char* const kTags[] = {"ZorCam/Utils", "ZorCam/FrameController", "CamApp",
                                         "Cam/x(1)", "ZorCam/DebugDrawID"};
+    // threadtime, time (year, usec), brief, the host's liblog
+    static const char* const kForms[] = {"11-24 12:31:33.123 %2$5d %3$5d %4$c %1$-8s: ",
+                                         "2026-11-24 12:31:33.123456 %4$c/%1$-8s(%2$5d): ",
+                                         "%4$c/%1$s(%2$d): ", "%1$s %4$c 11-24 12:31:33 %2$5d %3$5d "};
     const int pid = in.ConsumeIntegralInRange(0, 99999999);
     const int tid = in.ConsumeIntegralInRange(0, 99999999);
     const char level = "VDIWEF"[in.ConsumeIntegralInRange(0, 5)];
     const std::string tag = kTags[in.ConsumeIntegralInRange(0, 4)];
-    std::string message = lineText(in, 200);
+    const std::string message = lineText(in, 200);
     const int form = in.ConsumeIntegralInRange(0, 3);
-    char head[160];
-    switch (form) {
-        case 0:  // threadtime
-            snprintf(head, sizeof(head), "11-24 12:31:33.123 %5d %5d %c %-8s: ", pid, tid, level,
-                     tag.c_str());
-            break;
-        case 1:  // time
-            snprintf(head, sizeof(head), "2026-11-24 12:31:33.123456 %c/%-8s(%5d): ", level,
-                     tag.c_str(), pid);
-            break;
-        case 2:  // brief
-            snprintf(head, sizeof(head), "%c/%s(%d): ", level, tag.c_str(), pid);
-            break;
-        default:  // the host's liblog
-            snprintf(head, sizeof(head), "%s %c 11-24 12:31:33 %5d %5d ", tag.c_str(), level, pid,
-                     tid);
-    }
     // The time and brief forms end the tag at the last "(" before "): ", so a message that
     // holds "): " would move it; such lines are ambiguous in logcat itself.
     if ((form == 1 || form == 2) && message.find("): ") != std::string::npos) return;
+    char head[160];
+    snprintf(head, sizeof(head), kForms[form], tag.c_str(), pid, tid, level);
     const std::string line = head + message;
     LogEntry e;
     if (!zorcam_util::parseLogLine(line, &e)) fail("a well-formed line is not read", line);
-    if (e.pid != pid || e.level != level || e.tag != tag || e.message != message)
+    if (e.pid != pid || e.level != level || e.tag != tag || e.message != message ||
+        ((form == 0 || form == 3) && e.tid != tid) || (form != 2 && e.timeNs < 0)) {
         fail("a line reads back other than written", line);
-    if ((form == 0 || form == 3) && e.tid != tid) fail("the thread reads back wrong", line);
-    if (form != 2 && e.timeNs < 0) fail("a stamped line has no time", line);
+    }
 }
 
 void checkPacing(FuzzedDataProvider& in) {
-    static const char* const kKeys[] = {"ct",  "cft", "cddt", "oddt", "nddt", "max",
-                                        "min", "fi",  "ti",   "stc",  "st"};
+    static const char* const kKeys[] = {"ct", "cft", "cddt", "oddt", "nddt", "max",
+                                        "min", "fi", "ti", "stc", "st"};
+    // What each figure may be: a time, then spans up to a day, a flag, a sleep up to a day.
+    constexpr int64_t kTime = 100000000000000000, kDay = 86400000000000;
+    static const int64_t kLow[] = {0, -kTime, -kDay, -kDay, -kDay, -kDay, -kDay, -kDay, -kDay, 0, 0};
+    static const int64_t kHigh[] = {kTime, kTime, kDay, kDay, kDay, kDay, kDay, kDay, kDay, 1,
+                                    kDay / 1000};
     int64_t v[11];
+    bool inRange = true;
     std::string line = "ZorCam/FrameController I 11-24 12:31:33  100   101 [bufferControl][";
     line += lineText(in, 20) + "] off:";
     for (int k = 0; k < 11; ++k) {
         v[k] = in.ConsumeBool() ? in.ConsumeIntegralInRange<int64_t>(-2000, 40000000000)
-                                : in.ConsumeIntegral<int64_t>();
-        if (v[k] == INT64_MIN) v[k] = 0;
+                                : in.ConsumeIntegralInRange<int64_t>(INT64_MIN + 1, INT64_MAX);
+        inRange = inRange && v[k] >= kLow[k] && v[k] <= kHigh[k];
         char figure[64];
         snprintf(figure, sizeof(figure), k == 10 ? "%s(%" PRId64 " us)" : "%s(%" PRId64 "),",
                  kKeys[k], v[k]);
         line += figure;
     }
-    const bool inRange = v[0] >= 0 && v[0] <= 100000000000000000 && v[1] >= -100000000000000000 &&
-                         v[1] <= 100000000000000000 && v[9] >= 0 && v[9] <= 1 && v[10] >= 0 &&
-                         v[10] <= 86400000000 && [&v] {
-                             for (int k = 2; k <= 8; ++k)
-                                 if (v[k] < -86400000000000 || v[k] > 86400000000000) return false;
-                             return true;
-                         }();
     LogEntry e;
     LibraryEvent ev;
     if (!zorcam_util::parseLogLine(line, &e)) fail("a pacing line is not read", line);
-    const LibraryLine read = zorcam_util::readLibraryLine(e, &ev);
-    if (read != (inRange ? LibraryLine::kRead : LibraryLine::kUnreadable))
+    if (zorcam_util::readLibraryLine(e, &ev) !=
+        (inRange ? LibraryLine::kRead : LibraryLine::kUnreadable)) {
         fail(inRange ? "figures in range are refused" : "figures out of range are read", line);
-    if (!inRange) return;
-    if (ev.kind != LibraryEvent::kPaced) fail("a pacing line reads as something else", line);
-    for (int k = 0; k < 11; ++k)
-        if (ev.values[k] != v[k]) fail("a figure reads back wrong", line);
+    }
+    for (int k = 0; inRange && k < 11; ++k)
+        if (ev.kind != LibraryEvent::kPaced || ev.values[k] != v[k])
+            fail("a figure reads back wrong", line);
 }
 
 }  // namespace
