@@ -362,7 +362,11 @@ int run(const ReportOptions& o) {
             return badArgument("report",
                                "no readable library lines; " + std::to_string(r.unreadableCount) +
                                        " could not be read, the first at " + r.unreadable.front());
-        return badArgument("report", "no library lines in " + sources);
+        const bool filtered = o.pid >= 0 || !o.name.empty() || !o.since.empty() || !o.until.empty();
+        return badArgument("report", std::string("no library lines") +
+                                             (filtered ? " left by --pid, --name, --since, --until"
+                                                       : "") +
+                                             " in " + sources);
     }
     // Some captures were read: the others are named, and the report is made of the rest.
     for (const std::string& error : errors)
