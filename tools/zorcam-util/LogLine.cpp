@@ -103,8 +103,9 @@ bool stamp(Cursor& c, int64_t* ns, int64_t* resolution) {
     }
     int64_t year = 1970, month, day;
     if (digits == 4) {
+        // Years a time in ns since 1970 can hold without overflow, and then some margin.
         year = a;
-        if (!c.eat('-') || !c.fixed(2, &month)) return false;
+        if (year < 1970 || year > 2200 || !c.eat('-') || !c.fixed(2, &month)) return false;
     } else if (digits == 2) {
         month = a;
     } else {
