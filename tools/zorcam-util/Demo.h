@@ -81,6 +81,9 @@ constexpr int kDemoWarmup = 10;
 /// |interval - frame interval| in ms for each pair of consecutive releases after the warm-up.
 std::vector<double> intervalErrorsMs(const DemoResult& r, double fps);
 
+/// Shown frames a second once paced: releases after the warm-up over their span; 0 without two.
+double fpsAchieved(const DemoResult& r);
+
 /// Writes DIR/index.html, its pictures and charts, and DIR/trace.json. False with a message.
 bool writeDemoReport(const DemoOptions& o, const DemoResult& r, ReportSummary* summary,
                      std::string* error);

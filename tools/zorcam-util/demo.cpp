@@ -564,8 +564,7 @@ void printSummary(const DemoOptions& o, const DemoResult& r, const ReportSummary
         std::sort(e.begin(), e.end());
         return e;
     }();
-    const double span = r.releases.size() > 1 ? (r.releases.back() - r.releases.front()) / 1e9 : 0;
-    const double fps = span > 0 ? (r.releases.size() - 1) / span : 0;
+    const double fps = fpsAchieved(r);
     printf("\n%s %dx%d at %.3g fps for %.3g s: %d buffers, dump every %d, jitter 0-%.3g ms\n",
            o.formatName.c_str(), o.width, o.height, o.fps, o.seconds, o.buffers, o.dumpEvery,
            o.jitterMs);
@@ -706,6 +705,12 @@ const Command sDemo(
         });
 
 }  // namespace
+
+double fpsAchieved(const DemoResult& r) {
+    if (r.releases.size() < kDemoWarmup + 2) return 0;
+    const double span = (r.releases.back() - r.releases[kDemoWarmup]) / 1e9;
+    return span > 0 ? (r.releases.size() - kDemoWarmup - 1) / span : 0;
+}
 
 std::vector<double> intervalErrorsMs(const DemoResult& r, double fps) {
     std::vector<double> errors;

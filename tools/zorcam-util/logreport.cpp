@@ -71,11 +71,12 @@ StreamFigures figures(const Stream& s) {
     f.delayMax = delays.empty() ? NAN : delays.back();
     f.target = percentile(targets, 50);
     f.intervalP50 = percentile(intervals, 50);
+    // The rate the frames left at: each is released when its sleep ends, at ct + sleep.
     if (s.frames.size() > 1) {
         int64_t lo = INT64_MAX, hi = INT64_MIN;
         for (const PacedFrame& p : s.frames) {
-            lo = std::min(lo, p.cft);
-            hi = std::max(hi, p.cft);
+            lo = std::min(lo, p.ct + p.sleepUs * 1000);
+            hi = std::max(hi, p.ct + p.sleepUs * 1000);
         }
         if (hi > lo) f.fps = (s.frames.size() - 1) * 1e9 / static_cast<double>(hi - lo);
     }
@@ -260,7 +261,7 @@ bool writeLogReport(const LogReport& r, const std::string& outDir, const std::st
                  std::to_string(f.sleeps) + " (" + fmt("%.1f", f.sleptMs) + " ms)", adjust, reset,
                  s.firstFrameDelayMs >= 0 ? std::to_string(s.firstFrameDelayMs) : "-"});
     }
-    page.table({"stream", "frames", "paced", "fps (frame times)", "interval p50 ms", "delay p50 ms",
+    page.table({"stream", "frames", "paced", "fps (release times)", "interval p50 ms", "delay p50 ms",
                 "delay p99 ms", "delay max ms", "target ms", "sleeps", "adjust episodes (start)",
                 "reset episodes (start)", "first-frame delay ms"},
                rows);
