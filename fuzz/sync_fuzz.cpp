@@ -9,7 +9,7 @@
 //   signalled; the fence's status is that of the first record not signalled cleanly; a fence
 //   made on a timeline is named as the kernel names it, after the driver and the timeline;
 // - closing a timeline signals its pending points with an error (-ENOENT) at the next libsync
-//   call, and a wait then ends at once;
+//   call or wait, and the wait then ends at once;
 // - once the input closes everything, the process holds no descriptor more than before.
 
 #include <android/sw_sync.h>
@@ -361,11 +361,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                 check(settled(m, [&] { return infoWrong(f, fd); }));
                 break;
             }
-            default: {  // wait with 0: no libsync call, so nothing closed is reaped
+            default: {  // wait with 0, which reaps when anything closed is waiting
                 if (!anyFence) break;
                 const Fence& f =
                         m.fences[in.ConsumeIntegralInRange<size_t>(0, m.fences.size() - 1)];
                 const int fd = f.fds[in.ConsumeIntegralInRange<size_t>(0, f.fds.size() - 1)];
+                m.reaped();
                 check(settled(m, [&] { return waitWrong(f, fd); }));
             }
         }

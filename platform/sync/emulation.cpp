@@ -490,6 +490,14 @@ std::optional<int> emulatedMerge(const char* name, int fd1, int fd2) {
     });
 }
 
+int emulatedWatchFd() {
+    return sInUse.load(std::memory_order_acquire) ? registry().epollFd : -1;
+}
+
+void emulatedReap() {
+    locked<int>(0, [](Registry&) -> std::optional<int> { return 0; });
+}
+
 std::optional<struct sync_file_info*> emulatedFileInfo(int fd) {
     return locked<struct sync_file_info*>(
             nullptr, [&](Registry& r) -> std::optional<struct sync_file_info*> {

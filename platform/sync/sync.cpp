@@ -48,20 +48,26 @@ extern "C" int sync_wait(int fd, int timeout) {
     const int64_t deadline = timeout >= 0 ? monotonicNs() + int64_t{timeout} * 1000000 : 0;
     int pollTimeout = timeout;
     for (;;) {
-        struct pollfd pfd = {fd, POLLIN, 0};
-        const int ret = poll(&pfd, 1, pollTimeout);
-        if (ret > 0) {
-            if (pfd.revents & (POLLERR | POLLNVAL)) {
+        // A kernel sync file wakes its waiters when its timeline's last descriptor is closed;
+        // an emulated one learns of the close only when the emulation reaps. So the emulation's
+        // set is watched too (poll skips it while it is -1), and a wake on it reaps and waits on.
+        struct pollfd pfd[2] = {{fd, POLLIN, 0}, {zorcam_sync::emulatedWatchFd(), POLLIN, 0}};
+        const int ret = poll(pfd, 2, pollTimeout);
+        if (ret > 0 && pfd[0].revents != 0) {
+            if (pfd[0].revents & (POLLERR | POLLNVAL)) {
                 errno = EINVAL;
                 return -1;
             }
             return 0;
         }
-        if (ret == 0) {
+        if (ret > 0) {
+            zorcam_sync::emulatedReap();
+        } else if (ret == 0) {
             errno = ETIME;
             return -1;
+        } else if (errno != EINTR && errno != EAGAIN) {
+            return -1;
         }
-        if (errno != EINTR && errno != EAGAIN) return -1;
         if (timeout >= 0) {
             // Poll again only for what is left; rounded up so that the wait never ends early.
             const int64_t left = deadline - monotonicNs();
