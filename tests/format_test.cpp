@@ -1,3 +1,7 @@
+// The registry's catalogue, family geometry and lines. fuzz/format_fuzz.cpp checks every
+// query's answers against the descriptors and the plane rules, unknown ids' refusals and the
+// verbose lines' gating; FuzzCorpus.format replays it.
+
 #include "LogCapture.h"
 
 #include <zorcam/utils/std/Format.h>
@@ -5,191 +9,104 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <functional>
-#include <map>
-#include <new>
 #include <set>
-#include <string>
 #include <thread>
-#include <vector>
+#include <tuple>
 
 using namespace zorcam_test;
 using namespace NSCam::Utils::Format;
+using NSCam::Utils::ULog::DETAILS_VERBOSE;
+using Lines = std::vector<std::string>;
 
-namespace {
+using FormatTest = LogCaptureTest;
 
-// Allocations made through operator new anywhere in the process, counted while armed.
-std::atomic<bool> gCountAllocations{false};
-std::atomic<int> gAllocations{0};
-
-// Reads the id and the description, which no operation returns, through a subclass.
-struct DescriptorFields : CBaseImgFmt {
-    static int32_t id(const IImgFmt& fmt) {
-        return static_cast<const DescriptorFields&>(fmt).*(&DescriptorFields::mFormat);
-    }
-    static std::string description(const IImgFmt& fmt) {
-        return (static_cast<const DescriptorFields&>(fmt).*(&DescriptorFields::mDescription))
-                .string();
-    }
-};
-
-}  // namespace
-
-void* operator new(size_t size) {
-    if (gCountAllocations.load(std::memory_order_relaxed)) ++gAllocations;
-    if (void* p = malloc(size == 0 ? 1 : size)) return p;
-    throw std::bad_alloc();
-}
-void operator delete(void* p) noexcept { free(p); }
-void operator delete(void* p, size_t) noexcept { free(p); }
-
-class FormatTest : public LogCaptureTest {};
-
-TEST_F(FormatTest, CatalogueInvariantsAndSampleRows) {
+// 82 formats of unique names, each found by its id; the compressed UFO Bayer formats alone
+// have no plane sum. One member of each family, image 1921 x 1081: plane 1 (and plane 5,
+// which has no range check) full or halved, with its plane count and bits.
+TEST_F(FormatTest, CatalogueAndTheGeometryOfEveryFamily) {
     const ImgFmtMap map = getMapper();
     ASSERT_EQ(map.size(), 82u);
     std::set<std::string> names;
     for (size_t i = 0; i < map.size(); ++i) {
         const int id = map.keyAt(i);
-        const IImgFmt& fmt = *map.valueAt(i);
-        SCOPED_TRACE(fmt.getName());
-        EXPECT_TRUE(i == 0 || map.keyAt(i - 1) < id) << "ids out of order";
-        EXPECT_EQ(DescriptorFields::id(fmt), id);
-        EXPECT_TRUE(names.insert(fmt.getName()).second) << "duplicate name";
-        // The compressed UFO Bayer formats, alone, have no plane sum (format_fuzz checks the
-        // sum of the others).
-        EXPECT_EQ(fmt.checkValidBufferInfo(), id < 0x2208 || id > 0x220F);
-        EXPECT_EQ(checkValidBufferInfo(id), fmt.checkValidBufferInfo());
-        EXPECT_TRUE(checkValidFormat(id));
+        EXPECT_TRUE(names.insert(map.valueAt(i)->getName()).second) << id;
+        EXPECT_TRUE(checkValidFormat(id)) << id;
+        EXPECT_EQ(checkValidBufferInfo(id), id < 0x2208 || id > 0x220F) << id;
     }
-    // A sample of rows reads back exactly as catalogued.
-    const struct { int id; const char *name, *desc; size_t planes; int bits; } rows[] = {
-        {0x32315659, "YV12", "YV12, 3 plane (Y)(V)(U), 420p", 3, 12},
-        {0x20203859, "Y8", " 8-bit Y plane, 1 plane", 1, 8},
-        {0x2218, "BAYER22_PAK", "Bayer24 pak, 24bits", 1, 24},
-        {0x2210, "UFO_FG", "ufo length table, 8-bit", 1, 8},
-    };
-    for (const auto& r : rows) {
-        SCOPED_TRACE(r.name);
-        const android::sp<IImgFmt> fmt = getMapper().valueFor(r.id);
-        ASSERT_NE(fmt, nullptr);
-        EXPECT_STREQ(fmt->getName(), r.name);
-        EXPECT_EQ(DescriptorFields::description(*fmt), r.desc);
-        EXPECT_EQ(fmt->getPlaneCount(), r.planes);
-        EXPECT_EQ(fmt->getImageBitsPerPixel(), r.bits);
-        EXPECT_EQ(queryImageFormatName(r.id), r.name);
-    }
-}
-
-TEST_F(FormatTest, GeometryOfEveryFamily) {
-    // One member of each family, image 1921 x 1081, plane 1 (and plane 5: no range check).
-    const struct { int id; size_t width1, height1; } cases[] = {
-        {0x32315659, 960, 540}, {0x201A, 960, 540}, {0x2010, 960, 540},    // 4:2:0, 12/15/24 bits
-        {0x2006, 960, 1081}, {0x2017, 960, 1081}, {0x200D, 960, 1081},   // 4:2:2, 16/20/32 bits
-        {0x14, 1921, 1081}, {0x221B, 1921, 1081}, {0x2209, 1921, 1081},  // plain, warp, UFO Bayer
-    };
+    const struct { int id; const char* name; size_t planes, width1, height1, bits; } cases[] = {
+            {0x32315659, "YV12", 3, 960, 540, 12}, {0x201A, "ZOR_YUV_P010", 2, 960, 540, 15},
+            {0x2010, "YUV_P010", 2, 960, 540, 24}, {0x2006, "YV16", 3, 960, 1081, 16},
+            {0x2017, "ZOR_YUV_P210", 2, 960, 1081, 20}, {0x200D, "YUV_P210", 2, 960, 1081, 32},
+            {0x14, "YUY2", 1, 1921, 1081, 16}, {0x221B, "WARP_3PLANE", 3, 1921, 1081, 96},
+            {0x2209, "UFO_BAYER10", 3, 1921, 1081, 15}, {0x2218, "BAYER22_PAK", 1, 1921, 1081, 24}};
     for (const auto& c : cases) {
-        SCOPED_TRACE(queryImageFormatName(c.id));
-        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 0, 1921), 1921u);
-        EXPECT_EQ(queryPlaneHeightInPixels(c.id, 0, 1081), 1081u);
-        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 1, 1921), c.width1);
-        EXPECT_EQ(queryPlaneHeightInPixels(c.id, 1, 1081), c.height1);
-        EXPECT_EQ(queryPlaneWidthInPixels(c.id, 5, 1921), c.width1);
+        const std::vector<size_t> answers = {
+                queryPlaneCount(c.id), static_cast<size_t>(queryImageBitsPerPixel(c.id)),
+                queryPlaneWidthInPixels(c.id, 0, 1921), queryPlaneHeightInPixels(c.id, 0, 1081),
+                queryPlaneWidthInPixels(c.id, 1, 1921), queryPlaneHeightInPixels(c.id, 1, 1081),
+                queryPlaneWidthInPixels(c.id, 5, 1921)};
+        EXPECT_EQ(answers, (std::vector<size_t>{c.planes, c.bits, 1921, 1081, c.width1, c.height1,
+                                                c.width1})) << c.name;
+        EXPECT_EQ(queryImageFormatName(c.id), c.name);
     }
 }
 
-TEST_F(FormatTest, UnknownIdsDumpTheRegistryAndFail) {
-    setULog(0x2, 2, 0x40007000);
-    EXPECT_FALSE(checkValidFormat(0));
-    const auto u = ulogLines();
-    ASSERT_EQ(u.size(), 84u);
-    EXPECT_EQ(u[0].text, "[dumpMapInformation] map size is 82");
-    EXPECT_EQ(u[1].text, "[dumpMapInformation] Index (0): Key = 0x1, value = RGBA8888");
-    EXPECT_EQ(u[12].text, "[dumpMapInformation] Index (11): Key = 0x1000, value = NV12");
-    EXPECT_EQ(u[82].text, "[dumpMapInformation] Index (81): Key = 0x32315659, value = YV12");
-    EXPECT_EQ(u[83].text, "[checkValidFormat] Unsupported Image Format: 0");
-    for (const auto& line : u) EXPECT_EQ(line.type, NSCam::Utils::ULog::DETAILS_WARNING);
-
-    // Every query answers an unknown id with its failure value, the dump and its own line.
-    const std::pair<const char*, std::function<bool()>> queries[] = {
-            {"checkValidFormat", [] { return !checkValidFormat(-1); }},
-            {"queryImageFormatName", [] { return queryImageFormatName(-1) == "unknown"; }},
-            {"queryPlaneCount", [] { return queryPlaneCount(-1) == 0; }},
-            {"queryPlaneWidthInPixels", [] { return queryPlaneWidthInPixels(-1, 0, 64) == 0; }},
-            {"queryPlaneHeightInPixels", [] { return queryPlaneHeightInPixels(-1, 0, 64) == 0; }},
-            {"queryPlaneBitsPerPixel", [] { return queryPlaneBitsPerPixel(-1, 0) == 0; }},
-            {"queryImageBitsPerPixel", [] { return queryImageBitsPerPixel(-1) == 0; }},
-            {"checkValidBufferInfo", [] { return !checkValidBufferInfo(-1); }}};
-    for (const auto& [name, failed] : queries) {
+// Every line of the registry: each call's unified lines (the registry dump's middle elided),
+// all of one type.
+TEST_F(FormatTest, Lines) {
+    const struct { std::function<void()> call; DetailsType type; Lines lines; } calls[] = {
+            {[] { queryPlaneCount(eImgFmt_YV12); }, DETAILS_VERBOSE,
+             {"[queryPlaneCount] [YV12] plane count 3"}},
+            {[] { queryPlaneWidthInPixels(eImgFmt_YV12, 1, 1921); }, DETAILS_VERBOSE,
+             {"[queryPlaneWidthInPixels] [YV12] Width in pixels 960 @ 1-th plane"}},
+            {[] { queryPlaneHeightInPixels(eImgFmt_YV12, 1, 1081); }, DETAILS_VERBOSE,
+             {"[queryPlaneHeightInPixels] [YV12] Height in pixels 540 @ 1-th plane"}},
+            {[] { queryPlaneBitsPerPixel(eImgFmt_YV12, 1); }, DETAILS_VERBOSE,
+             {"[queryPlaneBitsPerPixel] [YV12] bits per pixel 8 @ 1-th plane"}},
+            {[] { queryImageBitsPerPixel(eImgFmt_YV12); }, DETAILS_VERBOSE,
+             {"[queryImageBitsPerPixel] [YV12] bits per pixel 12"}},
+            {[] { checkValidFormat(0); }, NSCam::Utils::ULog::DETAILS_WARNING,
+             {"[dumpMapInformation] map size is 82",
+              "[dumpMapInformation] Index (0): Key = 0x1, value = RGBA8888", "(80 more)",
+              "[dumpMapInformation] Index (81): Key = 0x32315659, value = YV12",
+              "[checkValidFormat] Unsupported Image Format: 0"}}};
+    for (const auto& c : calls) {
+        c.call();
+        const auto u = ulogLines();
+        Lines seen;
+        for (size_t i = 0; i < u.size(); ++i) {
+            EXPECT_TRUE(u[i].type == c.type && u[i].tag == "ZorCam/Utils") << u[i].text;
+            if (i < 2 || i + 2 >= u.size()) seen.push_back(u[i].text);
+            if (i == 2 && u.size() > 4)
+                seen.push_back("(" + std::to_string(u.size() - 4) + " more)");
+        }
+        EXPECT_EQ(seen, c.lines);
         clearLogs();
-        EXPECT_TRUE(failed()) << name;
-        ASSERT_EQ(ulogLines().size(), 84u) << name;
-        EXPECT_EQ(ulogLines().back().text,
-                  std::string("[") + name + "] Unsupported Image Format: 0xffffffff");
     }
 }
 
-TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
-    setULog(0x0, 6, 0x40007000);
-    gAllocations = 0;
-    gCountAllocations = true;
-    size_t sum = 0;
-    for (int id : {0x11, 0x32315659, 0x2209, 0x1}) {
-        sum += queryPlaneWidthInPixels(id, 1, 1920) + queryPlaneHeightInPixels(id, 1, 1080);
-        sum += queryPlaneCount(id) + queryPlaneBitsPerPixel(id, 0) + queryImageBitsPerPixel(id);
-        sum += checkValidFormat(id) + checkValidBufferInfo(id) + getMapper().size();
-    }
-    gCountAllocations = false;
-    EXPECT_EQ(gAllocations.load(), 0);
-    EXPECT_GT(sum, 0u);
-}
-
-// Camera threads query the registry and copy its map at once. Every thread gets the answers
-// one thread gets alone, and each query writes its verbose line exactly once, to the unified
-// logger only.
+// Camera threads query the registry and copy its map at once: every thread gets the answers
+// one thread gets alone. (Lines written at once: the log front end's eight-thread test.)
 TEST_F(FormatTest, EightThreadsQueryAndCopyTheMapAtOnce) {
-    constexpr int kThreads = 8, kRounds = 10;
     const ImgFmtMap map = getMapper();
-    auto ask = [](int id) {
-        return std::vector<int64_t>{
-                static_cast<int64_t>(queryPlaneCount(id)),
-                static_cast<int64_t>(queryPlaneWidthInPixels(id, 1, 1920)),
-                static_cast<int64_t>(queryPlaneHeightInPixels(id, 1, 1080)),
-                queryImageBitsPerPixel(id), queryPlaneBitsPerPixel(id, 1), checkValidFormat(id)};
+    auto ask = [&map](size_t i) {
+        const int id = map.keyAt(i);
+        const ImgFmtMap m = getMapper();  // copied while other threads copy it too
+        return std::make_tuple(m.size(), queryImageFormatName(id) == m.valueFor(id)->getName(),
+                               queryPlaneCount(id), queryPlaneWidthInPixels(id, 1, 1920),
+                               queryPlaneHeightInPixels(id, 1, 1080), queryImageBitsPerPixel(id),
+                               queryPlaneBitsPerPixel(id, 1));
     };
-    std::vector<std::vector<int64_t>> alone;
-    for (size_t i = 0; i < map.size(); ++i) alone.push_back(ask(map.keyAt(i)));
-    clearLogs();
+    std::vector<decltype(ask(0))> alone;
+    for (size_t i = 0; i < map.size(); ++i) alone.push_back(ask(i));
     std::atomic<int> wrong{0};
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
+    for (int t = 0; t < 8; ++t)
         threads.emplace_back([&] {
-            for (int round = 0; round < kRounds; ++round)
-                for (size_t i = 0; i < alone.size(); ++i) {
-                    const int id = map.keyAt(i);
-                    const ImgFmtMap copy = getMapper();
-                    const android::sp<IImgFmt> f = copy.valueFor(id);
-                    wrong += copy.size() != alone.size() || f == nullptr ||
-                             queryImageFormatName(id) != f->getName() || ask(id) != alone[i];
-                }
+            for (int round = 0; round < 10; ++round)
+                for (size_t i = 0; i < alone.size(); ++i) wrong += ask(i) != alone[i];
         });
     for (auto& t : threads) t.join();
     EXPECT_EQ(wrong.load(), 0);
-    EXPECT_TRUE(androidLines().empty());
-    std::map<std::string, int> seen;
-    for (const auto& l : ulogLines()) {
-        ++seen[l.text];
-        wrong += l.type != NSCam::Utils::ULog::DETAILS_VERBOSE || l.tag != "ZorCam/Utils";
-    }
-    EXPECT_EQ(wrong.load(), 0) << "lines of another type or tag";
-    EXPECT_EQ(seen.size(), 5 * alone.size());
-    for (const auto& [text, n] : seen) EXPECT_EQ(n, kThreads * kRounds) << text;
-    for (const char* text : {"[queryPlaneCount] [YV12] plane count 3",
-                             "[queryPlaneWidthInPixels] [YV12] Width in pixels 960 @ 1-th plane",
-                             "[queryPlaneHeightInPixels] [YV12] Height in pixels 540 @ 1-th plane",
-                             "[queryImageBitsPerPixel] [YV12] bits per pixel 12",
-                             "[queryPlaneBitsPerPixel] [YV12] bits per pixel 8 @ 1-th plane"})
-        EXPECT_EQ(seen.count(text), 1u) << text;
-    EXPECT_EQ(getMapper().size(), 82u);  // no copy changed the registry
 }

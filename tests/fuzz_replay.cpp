@@ -1,17 +1,15 @@
-// Replays a fuzz target's corpus through the target's own checks, one input at a time, as a
-// test of the normal build: every input the fuzzer kept is a case its model checks with an
-// oracle, and each runs again against every change.
+// Replays a fuzz target's corpus through the target's own checks, one input at a time in the
+// order of their paths, as a test of the normal build: every input the fuzzer kept is a case
+// its model checks with an oracle, and each runs again against every change. A folder that
+// cannot be read ends the run with the file system's error.
 //
 // usage: <target>_replay CORPUS_DIR...
-
-#include <dirent.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <string>
 #include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
@@ -24,26 +22,16 @@ extern "C" void __sanitizer_set_report_fd(void*) {}
 
 int main(int argc, char** argv) {
     if (LLVMFuzzerInitialize != nullptr) LLVMFuzzerInitialize(&argc, &argv);
-    size_t inputs = 0;
-    for (int i = 1; i < argc; ++i) {
-        DIR* dir = opendir(argv[i]);
-        if (dir == nullptr) {
-            fprintf(stderr, "replay: cannot read %s\n", argv[i]);
-            return 2;
-        }
-        std::vector<std::string> names;
-        while (const dirent* e = readdir(dir))
-            if (e->d_name[0] != '.') names.push_back(e->d_name);
-        closedir(dir);
-        std::sort(names.begin(), names.end());
-        for (const std::string& name : names) {
-            std::ifstream in(std::string(argv[i]) + "/" + name, std::ios::binary);
-            const std::vector<uint8_t> data((std::istreambuf_iterator<char>(in)),
-                                            std::istreambuf_iterator<char>());
-            LLVMFuzzerTestOneInput(data.data(), data.size());
-            ++inputs;
-        }
+    std::vector<std::filesystem::path> inputs;
+    for (int i = 1; i < argc; ++i)
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i]))
+            if (entry.path().filename().native()[0] != '.') inputs.push_back(entry.path());
+    std::sort(inputs.begin(), inputs.end());
+    for (const auto& input : inputs) {
+        std::vector<char> data(std::filesystem::file_size(input));
+        std::ifstream(input, std::ios::binary).read(data.data(), data.size());
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(data.data()), data.size());
     }
-    printf("replay: %zu inputs checked\n", inputs);
-    return inputs > 0 ? 0 : 1;
+    printf("replay: %zu inputs checked\n", inputs.size());
+    return inputs.empty() ? 1 : 0;
 }

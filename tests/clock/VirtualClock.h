@@ -6,17 +6,18 @@
 // advances the virtual time by it. Single-threaded use.
 
 #include <cstdint>
+#include <utility>
 #include <vector>
 
-namespace zorcam_test {
-namespace vclock {
+namespace zorcam_test::vclock {
 
-/// Sets the virtual time in ns.
-void set(int64_t nowNs);
-void advance(int64_t ns);
-int64_t now();
-/// The microsecond counts of the usleep() calls since the previous takeSleeps().
-std::vector<int64_t> takeSleeps();
+inline int64_t sNow = 0;            // ns
+inline std::vector<int64_t> sSleeps;  // microsecond counts of the usleep() calls
 
-}  // namespace vclock
-}  // namespace zorcam_test
+inline void set(int64_t nowNs) { sNow = nowNs; }
+inline void advance(int64_t ns) { sNow += ns; }
+inline int64_t now() { return sNow; }
+/// The sleeps since the previous takeSleeps().
+inline std::vector<int64_t> takeSleeps() { return std::exchange(sSleeps, {}); }
+
+}  // namespace zorcam_test::vclock
