@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <functional>
+#include <new>
 #include <set>
 #include <thread>
 #include <tuple>
@@ -20,6 +22,35 @@ using NSCam::Utils::ULog::DETAILS_VERBOSE;
 using Lines = std::vector<std::string>;
 
 using FormatTest = LogCaptureTest;
+
+namespace {
+// Allocations made through operator new anywhere in the process, counted while armed.
+std::atomic<bool> gCountAllocations{false};
+std::atomic<int> gAllocations{0};
+}  // namespace
+
+void* operator new(size_t size) {
+    if (gCountAllocations.load(std::memory_order_relaxed)) ++gAllocations;
+    if (void* p = malloc(size == 0 ? 1 : size)) return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept { free(p); }
+void operator delete(void* p, size_t) noexcept { free(p); }
+
+// A query on a registered id allocates nothing, verbose lines let through included.
+TEST_F(FormatTest, RegisteredQueriesDoNotAllocate) {
+    setULog(0x0, 6, 0x40007000);
+    gCountAllocations = true;
+    size_t sum = 0;
+    for (int id : {0x11, 0x32315659, 0x2209, 0x1}) {
+        sum += queryPlaneWidthInPixels(id, 1, 1920) + queryPlaneHeightInPixels(id, 1, 1080);
+        sum += queryPlaneCount(id) + queryPlaneBitsPerPixel(id, 0) + queryImageBitsPerPixel(id);
+        sum += checkValidFormat(id) + checkValidBufferInfo(id) + getMapper().size();
+    }
+    gCountAllocations = false;
+    EXPECT_EQ(gAllocations.load(), 0);
+    EXPECT_GT(sum, 0u);
+}
 
 // 82 formats of unique names, each found by its id; the compressed UFO Bayer formats alone
 // have no plane sum. One member of each family, image 1921 x 1081: plane 1 (and plane 5,
