@@ -49,9 +49,6 @@ inline std::vector<double> numbers(const std::string& text, const std::string& l
 struct Rgb {
     int width = 0, height = 0;
     std::vector<uint8_t> pixels;  // RGB, packed
-    const uint8_t* at(int x, int y) const {
-        return &pixels[(static_cast<size_t>(y) * width + x) * 3];
-    }
 };
 
 inline bool readPng(const std::string& path, Rgb* out) {
