@@ -4,8 +4,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <iterator>
 #include <string>
-#include <utility>
+#include <tuple>
 #include <vector>
 
 #include "TempDir.h"
@@ -13,179 +15,109 @@
 
 namespace {
 
-namespace fs = std::filesystem;
-using zorcam_test::readPng;
-using zorcam_test::Rgb;
-using zorcam_test::runTool;
-using zorcam_test::ToolRun;
+using namespace zorcam_test;
+using Bytes = std::vector<uint8_t>;
 
-void writeBytes(const fs::path& path, const std::vector<uint8_t>& bytes) {
-    std::ofstream out(path, std::ios::binary);
-    out.write(reinterpret_cast<const char*>(bytes.data()),
-              static_cast<std::streamsize>(bytes.size()));
+// Runs view on bytes written to a file in dir, the picture going to dir/out.png.
+ToolRun view(const TempDir& dir, const Bytes& bytes, const std::string& args) {
+    std::ofstream(dir / "in.raw", std::ios::binary)
+            .write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+    std::filesystem::remove(dir / "out.png");
+    return runTool("view '" + dir / "in.raw" + "' " + args + " --out '" + dir / "out.png" + "'");
 }
 
-class ViewTest : public ::testing::Test {
-protected:
-    // Runs view on bytes; the picture when it succeeded.
-    ToolRun view(const std::vector<uint8_t>& bytes, const std::string& args,
-                 Rgb* picture = nullptr) {
-        writeBytes(mInput, bytes);
-        fs::remove(mOutput);
-        ToolRun run = runTool("view '" + mInput.string() + "' " + args + " --out '" +
-                              mOutput.string() + "'");
-        if (picture != nullptr && run.status == 0) {
-            EXPECT_TRUE(readPng(mOutput, picture));
-        }
-        return run;
-    }
-
-    zorcam_test::TempDir mDir;
-    fs::path mInput = fs::path(mDir.path()) / "in.raw";
-    fs::path mOutput = fs::path(mDir.path()) / "out.png";
-};
-
-// One 4:2:0 picture of a single colour in each YUV layout the registry has.
-std::vector<uint8_t> yuv420(const std::string& layout, int w, int h, uint8_t y, uint8_t u,
-                            uint8_t v) {
-    std::vector<uint8_t> b(static_cast<size_t>(w) * h, y);
+// One 4:2:0 picture of a single colour in a YUV layout of the registry.
+Bytes yuv420(const std::string& layout, int w, int h, uint8_t y, uint8_t u, uint8_t v) {
+    Bytes b(static_cast<size_t>(w) * h, y);
     const size_t quarter = static_cast<size_t>(w / 2) * (h / 2);
-    for (size_t i = 0; i < quarter; ++i) {
-        if (layout == "NV21") b.insert(b.end(), {v, u});
-        if (layout == "NV12") b.insert(b.end(), {u, v});
-    }
-    if (layout == "I420") b.insert(b.end(), quarter, u), b.insert(b.end(), quarter, v);
-    if (layout == "YV12") b.insert(b.end(), quarter, v), b.insert(b.end(), quarter, u);
+    const bool vu = layout == "NV21" || layout == "YV12";  // Cr stored first
+    const uint8_t first = vu ? v : u, second = vu ? u : v;
+    for (size_t i = 0; i < quarter && layout[0] == 'N'; ++i) b.insert(b.end(), {first, second});
+    if (layout[0] != 'N') b.insert(b.end(), quarter, first), b.insert(b.end(), quarter, second);
     return b;
 }
 
-TEST_F(ViewTest, YuvChromaIsTakenFromTheRightPlaneAndOrder) {
-    // Y 81, Cb 90, Cr 240 is saturated red in limited-range BT.601.
-    for (const char* layout : {"NV21", "NV12", "I420", "YV12"}) {
-        Rgb picture;
-        const ToolRun run = view(yuv420(layout, 16, 8, 81, 90, 240),
-                                 std::string("--format ") + layout + " --size 16x8", &picture);
-        ASSERT_EQ(run.status, 0) << layout << ": " << run.output;
-        const uint8_t* px = picture.at(7, 3);
-        EXPECT_GT(px[0], 220) << layout;
-        EXPECT_LT(px[1], 40) << layout;
-        EXPECT_LT(px[2], 40) << layout;
-    }
-}
-
-TEST_F(ViewTest, PaddedRowsAreSkipped) {
-    // NV21 8x4 with rows of 12 bytes: the padding holds bright bytes that must not show.
-    std::vector<uint8_t> b;
-    for (int plane = 0; plane < 2; ++plane)
-        for (int row = 0; row < (plane == 0 ? 4 : 2); ++row) {
-            for (int x = 0; x < 8; ++x) b.push_back(plane == 0 ? 126 : 128);
-            for (int x = 8; x < 12; ++x) b.push_back(255);
-        }
-    Rgb picture;
-    const ToolRun run = view(b, "--format NV21 --size 8x4 --stride 12", &picture);
-    ASSERT_EQ(run.status, 0) << run.output;
-    for (int y = 0; y < 4; ++y)
-        for (int x = 0; x < 8; ++x)
-            for (int c = 0; c < 3; ++c)
-                EXPECT_NEAR(picture.at(x, y)[c], 128, 2) << "pixel " << x << "," << y;
-}
-
-TEST_F(ViewTest, GreyFormatsShowTheirSamples) {
-    Rgb picture;
-    ASSERT_EQ(view({0, 50, 100, 200}, "--format Y8 --size 2x2", &picture).status, 0);
-    EXPECT_EQ(picture.at(1, 1)[0], 200);
-    EXPECT_EQ(picture.at(1, 0)[2], 50);
-    // Y16: little-endian words, the high byte shown.
-    ASSERT_EQ(view({0xff, 0x10, 0x00, 0x80}, "--format Y16 --size 2x1", &picture).status, 0);
-    EXPECT_EQ(picture.at(0, 0)[1], 0x10);
-    EXPECT_EQ(picture.at(1, 0)[1], 0x80);
-}
-
-// A width x height RGGB mosaic whose every sample is f(x, y, colour) on a 0-255 scale,
-// stored as `format` stores it.
-std::vector<uint8_t> mosaic(const std::string& format, int w, int h, int (*f)(int, int, int)) {
-    std::vector<uint8_t> b;
+// A w x h RGGB mosaic whose every sample is f(x, y, colour) on a 0-255 scale, stored as
+// `format` stores it, with low bits that must not matter.
+Bytes mosaic(const std::string& format, int w, int h, int (*f)(int, int, int)) {
+    Bytes b;
     for (int y = 0; y < h; ++y) {
-        std::vector<unsigned> row;
         for (int x = 0; x < w; ++x) {
-            const int colour = (y & 1) == 0 ? ((x & 1) == 0 ? 0 : 1) : ((x & 1) == 0 ? 1 : 2);
-            row.push_back(static_cast<unsigned>(f(x, y, colour)));
-        }
-        if (format == "BAYER8") {
-            for (unsigned v : row) b.push_back(static_cast<uint8_t>(v));
-        } else if (format == "BAYER10_MIPI") {
-            for (size_t x = 0; x < row.size(); x += 4) {
-                uint8_t low = 0;
-                for (size_t k = 0; k < 4; ++k) {
-                    const unsigned v10 = row[x + k] << 2 | 2;  // low bits that must not matter
-                    b.push_back(static_cast<uint8_t>(v10 >> 2));
-                    low |= static_cast<uint8_t>((v10 & 3) << (2 * k));
-                }
-                b.push_back(low);
-            }
-        } else {
-            const int depth = std::stoi(format.substr(5, 2));  // BAYERnn_UNPAK
-            for (unsigned v : row) {
-                const unsigned word = v << (depth - 8) | 1u << (depth - 9);
-                b.push_back(static_cast<uint8_t>(word & 0xff));
-                b.push_back(static_cast<uint8_t>(word >> 8));
-            }
+            const unsigned v = static_cast<unsigned>(f(x, y, (x & 1) + (y & 1)));
+            if (format == "BAYER8" || format == "BAYER10_MIPI")
+                b.push_back(static_cast<uint8_t>(v));
+            if (format == "BAYER10_MIPI" && x % 4 == 3) b.push_back(0xaa);  // low bits 2 each
+            if (format.find("UNPAK") == std::string::npos) continue;
+            const int depth = std::stoi(format.substr(5, 2));  // in little-endian words
+            const unsigned word = v << (depth - 8) | 1u << (depth - 9);
+            b.insert(b.end(), {static_cast<uint8_t>(word), static_cast<uint8_t>(word >> 8)});
         }
     }
     return b;
 }
 
-TEST_F(ViewTest, BayerDemosaicRestoresFlatColoursAndRamps) {
-    const int w = 8, h = 6;
-    // Flat colours, and a ramp across that bilinear interpolation reproduces exactly away from
-    // the edges: each is f(x, y, colour) for the mosaic and the picture alike.
-    const std::pair<const char*, int (*)(int, int, int)> patterns[] = {
-            {"flat", [](int, int, int c) { return c == 0 ? 200 : c == 1 ? 100 : 50; }},
-            {"ramp", [](int x, int, int c) { return 20 * x + 10 * c; }}};
-    for (const char* format :
-         {"BAYER8", "BAYER10_UNPAK", "BAYER12_UNPAK", "BAYER14_UNPAK", "BAYER10_MIPI"}) {
-        for (const auto& [what, f] : patterns) {
-            Rgb picture;
-            const ToolRun run = view(mosaic(format, w, h, f),
-                                     std::string("--format ") + format + " --size 8x6", &picture);
-            ASSERT_EQ(run.status, 0) << format << ": " << run.output;
-            for (int y = 1; y < h - 1; ++y)
-                for (int x = 1; x < w - 1; ++x)
-                    for (int c = 0; c < 3; ++c)
-                        EXPECT_EQ(picture.at(x, y)[c], f(x, y, c))
-                                << format << " " << what << ", pixel " << x << "," << y
-                                << " colour " << c;
+TEST(ViewTest, PicturesShowTheirColours) {
+    TempDir dir;
+    // Views bytes as a w x h picture, which must be want(x, y, colour) (0 red, 1 green, 2 blue)
+    // within tolerance, away from `margin` pixels of edge.
+    auto check = [&](const std::string& args, int w, int h, const Bytes& bytes, int tolerance,
+                     int margin, const std::function<int(int, int, int)>& want) {
+        SCOPED_TRACE(args + " " + std::to_string(w) + "x" + std::to_string(h));
+        const ToolRun run =
+                view(dir, bytes, args + " --size " + std::to_string(w) + "x" + std::to_string(h));
+        Rgb rgb;
+        ASSERT_TRUE(run.status == 0 && readPng(dir / "out.png", &rgb)) << run.output;
+        ASSERT_TRUE(rgb.width == w && rgb.height == h);
+        for (int i = 0; i < w * h * 3; ++i) {
+            const int x = i / 3 % w, y = i / 3 / w;
+            if (x < margin || x >= w - margin || y < margin || y >= h - margin) continue;
+            EXPECT_NEAR(rgb.pixels[i], want(x, y, i % 3), tolerance) << x << "," << y;
         }
-    }
+    };
+    // Y 81, Cb 90, Cr 240 is saturated red in limited-range BT.601: chroma from the right plane
+    // and in the right order.
+    for (const std::string layout : {"NV21", "NV12", "I420", "YV12"})
+        check("--format " + layout, 16, 8, yuv420(layout, 16, 8, 81, 90, 240), 24, 0,
+              [](int, int, int c) { return c == 0 ? 255 : 0; });
+    Bytes padded(6 * 12, 255);  // NV21 8x4 in rows of 12 bytes: the bright padding must not show
+    for (size_t i = 0; i < padded.size(); ++i)
+        if (i % 12 < 8) padded[i] = i < 4 * 12 ? 126 : 128;
+    check("--format NV21 --stride 12", 8, 4, padded, 2, 0, [](int, int, int) { return 128; });
+    check("--format Y8", 2, 2, {0, 50, 100, 150}, 0, 0,
+          [](int x, int y, int) { return 50 * (2 * y + x); });
+    // Y16: little-endian words, the high byte shown.
+    check("--format Y16", 2, 1, {0xff, 0x10, 0x00, 0x80}, 0, 0,
+          [](int x, int, int) { return x == 0 ? 0x10 : 0x80; });
+    // Flat colours, and a ramp across that bilinear interpolation reproduces exactly away from
+    // the edges.
+    using Pattern = int (*)(int, int, int);
+    const Pattern flat = [](int, int, int c) { return c == 0 ? 200 : c == 1 ? 100 : 50; };
+    const Pattern ramp = [](int x, int, int c) { return 20 * x + 10 * c; };
+    for (const std::string format :
+         {"BAYER8", "BAYER10_UNPAK", "BAYER12_UNPAK", "BAYER14_UNPAK", "BAYER10_MIPI"})
+        for (Pattern f : {flat, ramp})
+            check("--format " + format, 8, 6, mosaic(format, 8, 6, f), 0, 1, f);
 }
 
-TEST_F(ViewTest, BadInputIsRefusedWithoutAPicture) {
-    const std::vector<uint8_t> nv21_16x8 = yuv420("NV21", 16, 8, 100, 128, 128);
-    std::vector<uint8_t> longer = nv21_16x8;
-    longer.push_back(0);
-    struct Case {
-        const char* what;
-        std::vector<uint8_t> bytes;
-        std::string args;
-        const char* message;
-    } cases[] = {
-            {"short file", std::vector<uint8_t>(nv21_16x8.begin(), nv21_16x8.end() - 1),
-             "--format NV21 --size 16x8", "too short"},
-            {"long file", longer, "--format NV21 --size 16x8", "too long"},
-            {"unknown format", nv21_16x8, "--format NV99 --size 16x8", "unknown format"},
-            {"zero width", nv21_16x8, "--format NV21 --size 0x8", "bad --size"},
-            {"zero height", nv21_16x8, "--format NV21 --size 16x0", "bad --size"},
-            {"stride under a row", nv21_16x8, "--format NV21 --size 16x8 --stride 15", "stride"},
-            {"no decoder", std::vector<uint8_t>(16 * 8), "--format JPEG --size 16x8", "no decoder"},
-            {"MIPI width", std::vector<uint8_t>(13 * 2), "--format BAYER10_MIPI --size 10x2",
-             "multiple of 4"},
+TEST(ViewTest, BadInputIsRefusedWithoutAPicture) {
+    const Bytes nv21 = yuv420("NV21", 16, 8, 100, 128, 128);
+    const std::tuple<Bytes, const char*, const char*> cases[] = {
+            {Bytes(nv21.size() - 1), "--format NV21 --size 16x8", "too short"},
+            {Bytes(nv21.size() + 1), "--format NV21 --size 16x8", "too long"},
+            {nv21, "--format NV99 --size 16x8", "unknown format"},
+            {nv21, "--format NV21 --size 0x8", "bad --size"},
+            {nv21, "--format NV21 --size 16x8 --stride 15", "stride"},
+            {Bytes(16 * 8), "--format JPEG --size 16x8", "no decoder"},
+            {Bytes(13 * 2), "--format BAYER10_MIPI --size 10x2", "multiple of 4"},
     };
-    for (const Case& c : cases) {
-        const ToolRun run = view(c.bytes, c.args);
-        EXPECT_EQ(run.status, 2) << c.what << ": " << run.output;
-        EXPECT_NE(run.output.find(c.message), std::string::npos) << c.what << ": " << run.output;
-        EXPECT_FALSE(fs::exists(mOutput)) << c.what;
-        EXPECT_FALSE(fs::exists(mOutput.string() + ".partial")) << c.what;
+    TempDir dir;
+    for (const auto& [bytes, args, message] : cases) {
+        const ToolRun run = view(dir, bytes, args);
+        EXPECT_TRUE(run.status == 2 && run.output.find(message) != std::string::npos)
+                << args << ": " << run.output;
+        // Nothing is left beside the input: no picture, whole or partial.
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1) << args;
     }
 }
 

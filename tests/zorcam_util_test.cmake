@@ -7,3 +7,6 @@ foreach(piece Args Image RawImage StampReader Svg)
 endforeach()
 target_include_directories(zorcam_util_test PRIVATE ${CMAKE_SOURCE_DIR}/tools/zorcam-util)
 target_link_libraries(zorcam_util_test PRIVATE PNG::PNG PkgConfig::SWSCALE)
+# The command-line test runs zorcam-util itself.
+add_dependencies(zorcam_util_test zorcam-util)
+target_compile_definitions(zorcam_util_test PRIVATE ZORCAM_UTIL="$<TARGET_FILE:zorcam-util>")
