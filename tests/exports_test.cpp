@@ -9,10 +9,8 @@
 
 #include <gtest/gtest.h>
 
-namespace {
-
 // Whether the library itself, not one of its dependencies, exports the symbol.
-bool exports(const char* mangled) {
+static bool exports(const char* mangled) {
     // Loaded already as this program's dependency; found by its soname.
     static void* const lib = dlopen("libzorcam_stdutils.so.1", RTLD_LAZY | RTLD_NOLOAD);
     Dl_info found{}, own{};
@@ -56,5 +54,3 @@ TEST(ExportsTest, CallersDynamicCastDescriptorsToTheirClasses) {
 #undef ZORCAM_EXPECT_LEAF
     EXPECT_EQ(dynamic_cast<const CImgFmtNV21*>(map.valueFor(eImgFmt_NV12).get()), nullptr);
 }
-
-}  // namespace

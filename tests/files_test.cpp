@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <fstream>
 
 using namespace zorcam_test;
 using namespace NSCam::Utils;
@@ -30,23 +29,16 @@ extern "C" ssize_t read(int fd, void* buf, size_t n) {
     return real(fd, buf, std::min(n, sMaxTransfer.load()));
 }
 
-namespace {
-
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
-mode_t modeOf(const std::string& path) {
+static mode_t modeOf(const std::string& path) {
     struct stat st = {};
     return stat(path.c_str(), &st) == 0 ? st.st_mode : 0;
 }
 
 class FilesTest : public LogCaptureTest {
 protected:
-    void SetUp() override {
-        LogCaptureTest::SetUp();
-        umask(022);
-        mFds = openFdCount();
-    }
     void TearDown() override {
         EXPECT_EQ(openFdCount(), mFds) << "a descriptor was left open";
         sMaxTransfer = SIZE_MAX;
@@ -60,7 +52,8 @@ protected:
         return out;
     }
     TempDir mDir;
-    int mFds = 0;
+    const mode_t mMask = umask(022);  // the modes below are of umask 022
+    const int mFds = openFdCount();
 };
 
 // A failure logs its one line and tries nothing deeper; parents made before it stay. (The dump
@@ -96,7 +89,8 @@ TEST_F(FilesTest, RoundTrips) {
         EXPECT_EQ(loadFileToBuf(file.c_str(), in.data(), asked), got) << asked;
         EXPECT_TRUE(in == want) << asked;
     };
-    for (auto [maxTransfer, passes] : {std::pair<size_t, const char*>{SIZE_MAX, "1"}, {3000, "4"}}) {
+    for (auto [maxTransfer, passes] : {std::pair<size_t, const char*>{SIZE_MAX, "1"}, {3000, "4"}})
+    {
         sMaxTransfer = maxTransfer;
         ASSERT_TRUE(saveBufToFile(file.c_str(), out.data(), 10000));
         load(0, 10000);
@@ -144,5 +138,3 @@ TEST_F(FilesTest, FailuresAreLogged) {
     sMaxTransfer = 0;
     EXPECT_TRUE(saveBufToFile((mDir / "stall.raw").c_str(), buf.data(), 64));
 }
-
-}  // namespace

@@ -2,49 +2,35 @@
 #include "LogMacros.h"
 #include "TempDir.h"
 
-#include <zorcam/utils/std/Log.h>
-
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <map>
-#include <string>
 #include <thread>
-#include <vector>
 
 using namespace zorcam_test;
+using LogFrontEndTest = LogCaptureTest;
 
-namespace {
-
-constexpr const char* kTag = "ZorCam/Utils";
+static constexpr const char* kTag = "ZorCam/Utils";
 
 // An error line's location suffix, as the front end writes it in this file's TestBody.
-std::string at(int line) {
+static std::string at(int line) {
     return " (TestBody){#" + std::to_string(line) + ":tests/log_test.cpp}";
 }
-
-class LogFrontEndTest : public LogCaptureTest {};
 
 // One line of each level (e w i d v) under each set of switches: which reach each sink, with
 // the priority and details type of their level; a message no sink takes evaluates no argument.
 TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
     const struct { uint32_t mode, level, mask; const char *android, *ulog; } cases[] = {
-        {0x0, 6, 0x40007000, "", ""},
-        {0x1, 0, 0x40007000, "e", ""},              // errors ignore the level
-        {0x2, 0, 0x40007000, "", "e"},
-        {0x3, 4, 0x40007000, "ewi", "ewi"},         // 4 is below debug's 5
-        {0x3, 6, 0x00007000, "ew", "ew"},           // bit 30 clear: the module test fails
-        {0x3, 6, 0x40000000, "ew", "ew"},           // no category bit
-        {0x3, 6, 0x40001000, "ewid", "ewidv"},      // verbose never reaches the Android log
-        {0x8, 6, 0xFFFFFFFF, "", "ewidv"},          // any bit of 0xE selects the logger
-        {0x1, 0xFFFFFFFF, 0xFFFFFFFF, "ewid", ""},  // the level is compared unsigned
-    };
-    const std::string letters = "ewidv";
-    const int prios[] = {6, 5, 4, 3};
-    const uint32_t types[] = {1, 2, 3, 5, 6};
+        // No sink; errors ignore the level, on either sink; 4 is below debug's 5.
+        {0x0, 6, 0x40007000, "", ""}, {0x1, 0, 0x40007000, "e", ""},
+        {0x2, 0, 0x40007000, "", "e"}, {0x3, 4, 0x40007000, "ewi", "ewi"},
+        // Bit 30 clear (the module test fails); no category bit; verbose never reaches the
+        // Android log.
+        {0x3, 6, 0x00007000, "ew", "ew"}, {0x3, 6, 0x40000000, "ew", "ew"},
+        {0x3, 6, 0x40001000, "ewid", "ewidv"},
+        // Any bit of 0xE selects the logger; the level is compared unsigned.
+        {0x8, 6, 0xFFFFFFFF, "", "ewidv"}, {0x1, 0xFFFFFFFF, 0xFFFFFFFF, "ewid", ""}};
+    const std::string letters = "ewidv", prios = "6543", types = "12356";
     std::map<char, int> evaluated;
     auto arg = [&evaluated](char letter) { return ++evaluated[letter], letter; };
     for (const auto& c : cases) {
@@ -60,13 +46,13 @@ TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
         std::string android, ulog;
         for (const auto& l : androidLines()) {
             android += stripLocation(l.text).back();
-            EXPECT_TRUE(l.prio == prios[letters.find(android.back())] && l.tag == kTag) << l.text;
+            EXPECT_TRUE(char('0' + l.prio) == prios[letters.find(android.back())] && l.tag == kTag)
+                    << l.text;
         }
         for (const auto& l : ulogLines()) {
             ulog += l.text.back();
-            EXPECT_TRUE(l.type == types[letters.find(ulog.back())] && l.moduleId == 0x40007001u &&
-                        l.tag == kTag && l.length == static_cast<int64_t>(l.text.size()))
-                    << l.text;
+            EXPECT_TRUE(char('0' + l.type) == types[letters.find(ulog.back())] && l.tag == kTag &&
+                        l.moduleId == 0x40007001u && l.length == int64_t(l.text.size())) << l.text;
         }
         EXPECT_EQ(android, c.android);
         EXPECT_EQ(ulog, c.ulog);
@@ -113,10 +99,9 @@ TEST_F(LogFrontEndTest, EightThreadsLogWhileTheSwitchesChange) {
     auto tally = [&seen](char sink, const std::string& text) {
         char letter = 0;
         int t = -1, i = -1, end = 0;
-        EXPECT_TRUE(sscanf(text.c_str(), "[log] %c %d %d%n", &letter, &t, &i, &end) == 3 &&
-                    t >= 0 && t < kThreads && i >= 0 && i < kLines &&
-                    static_cast<size_t>(end) == text.size()) << text;
-        EXPECT_EQ(++seen[sink + text], 1) << text;
+        sscanf(text.c_str(), "[log] %c %d %d%n", &letter, &t, &i, &end);
+        EXPECT_TRUE(t >= 0 && t < kThreads && i >= 0 && i < kLines &&
+                    static_cast<size_t>(end) == text.size() && ++seen[sink + text] == 1) << text;
         return letter;
     };
     const auto android = androidLines();
@@ -141,34 +126,30 @@ TEST_F(LogFrontEndTest, PropertyGatedPathWritesTheAndroidLogOnly) {
     CAM_PLOGI(kTag, "[%s] info", __func__);
     CAM_PLOGD(kTag, "[%s] %d", __func__, ++evaluated);
     CAM_PLOGV(kTag, "[%s] %d", __func__, ++evaluated);
-    const auto a = androidLines();
-    ASSERT_EQ(a.size(), 3u);
-    EXPECT_EQ(a[0].text, "[TestBody] bad 1" + at(__LINE__ - 7));
-    EXPECT_TRUE(a[0].prio == 6 && a[1].prio == 5 && a[2].prio == 4 && evaluated == 0);
-    EXPECT_EQ(a[2].text, "[TestBody] info");
-    EXPECT_TRUE(ulogLines().empty());
+    std::string lines;
+    for (const auto& l : androidLines()) lines += std::to_string(l.prio) + " " + l.text + "\n";
+    EXPECT_EQ(lines, "6 [TestBody] bad 1" + at(__LINE__ - 7) +
+                             "\n5 [TestBody] w\n4 [TestBody] info\n");
+    EXPECT_TRUE(ulogLines().empty() && evaluated == 0);
 }
 
 // The camera log level is read once at load, so each value needs a fresh process: the probe
 // prints zorcam_testLog for E W I D V and two letters that are no level (X, e), and stderr
 // carries the load-time debug line.
 TEST(LoadTimeLogLevel, EachValueInAFreshProcess) {
-    const struct { const char *value, *letters, *logged; } cases[] = {
-        {nullptr, "1110000\n", "-1"}, {"0", "1000000\n", "0"}, {"1", "1100000\n", "1"},
-        {"3", "1111000\n", "3"}, {"4", "1111100\n", "4"}, {"-5", "1000000\n", "-5"}};
     TempDir dir;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.value ? c.value : "unset");
-        std::ofstream(dir / "props")
-                << "vendor.debug.zorcam.ulog.mode=2\nvendor.debug.zorcam.ulog.level=5\n"
-                << (c.value ? std::string("persist.vendor.zor.camera.log_level=") + c.value : "");
+    for (auto [value, letters] : {std::pair<std::string, const char*>{"", "1110000\n"},
+                                  {"0", "1000000\n"}, {"1", "1100000\n"}, {"3", "1111000\n"},
+                                  {"4", "1111100\n"}, {"-5", "1000000\n"}}) {
+        std::ofstream(dir / "props") << "vendor.debug.zorcam.ulog.mode=2\n"
+                                        "vendor.debug.zorcam.ulog.level=5\n"
+                                        "persist.vendor.zor.camera.log_level=" << value;
         ASSERT_EQ(system(("ZORCAM_PROPERTIES=" + (dir / "props") + " " ZORCAM_TEST_EMULATOR
-                          " " LOGLEVEL_PROBE " >" + (dir / "out") + " 2>" + (dir / "err"))
-                                 .c_str()), 0);
-        EXPECT_EQ(readFile(dir / "out"), c.letters);
-        EXPECT_NE(readFile(dir / "err").find(std::string("[load] ###### get camera log property =") +
-                                             c.logged + "\n"), std::string::npos);
+                          " " LOGLEVEL_PROBE " >" + (dir / "out") + " 2>" + (dir / "err")).c_str()),
+                  0);
+        EXPECT_EQ(readFile(dir / "out"), letters) << value;
+        EXPECT_NE(readFile(dir / "err").find("[load] ###### get camera log property =" +
+                                             (value.empty() ? "-1" : value) + "\n"),
+                  std::string::npos) << value;
     }
 }
-
-}  // namespace

@@ -1,8 +1,8 @@
 // Misc.h and StlUtils.h: fault reports and call-stack dumps, thread priority, the lock helpers
 // and the scope worker.
 //
-// The program defines the fault-report functions itself, so the reports the library raises
-// are recorded here instead of reaching libkfdv. Priority changes run on threads of their own,
+// Fault reports reach the host's report stand-in, which writes each as a line on stderr and
+// always accepts it. Priority changes run on threads of their own,
 // so what they change dies with them. A failed lock leaves the unique_lock and its mutex as
 // they were.
 
@@ -12,7 +12,6 @@
 #include <zorcam/utils/std/StlUtils.h>
 
 #include <backtrace/Backtrace.h>
-#include <kfdv/kfe.h>
 #include <utils/Mutex.h>
 
 #include <sched.h>
@@ -30,36 +29,20 @@ using NSCam::JobQueueStatic;
 using NSCam::ScopeWorker;
 using Lines = std::vector<std::string>;
 
-// Each report as "<kind> <module> <path> <flags> <message>"; the service's answer, -5, shows
-// in the debug line only.
-static Lines gReports;
-
-static int record(const char* kind, const char* module, const char* path, unsigned flags,
-                  const char* msg) {
-    char head[96];
-    snprintf(head, sizeof(head), "%s %s %s %#x ", kind, module, path ? path : "(null)", flags);
-    gReports.push_back(head + std::string(msg));
-    return -5;
-}
-
-extern "C" int kfe_system_warning(const char* m, const char* p, unsigned f, const char* msg) {
-    return record("warning", m, p, f, msg);
-}
-extern "C" int kfe_system_exception(const char* m, const char* p, unsigned f, const char* msg) {
-    return record("exception", m, p, f, msg);
-}
-
 using FaultsTest = LogCaptureTest;
 
-// The text is handed over as is, never used as a format again.
+// A report carries the module, the fixed flags and the formatted text, handed over as is,
+// never used as a format again; the service's answer shows in the debug line only.
 TEST_F(FaultsTest, ReportsCarryModuleFlagsAndFormattedText) {
+    testing::internal::CaptureStderr();
     EXPECT_EQ(triggerKfeWarning("cam", "ignored", "fps %d", 15), 0);
     EXPECT_EQ(triggerKfeException("isp", nullptr, "%s", "100% %s %n"), 0);
-    EXPECT_EQ(gReports, (Lines{"warning cam (null) 0x10802c05 fps 15",
-                               "exception isp (null) 0x10802c05 100% %s %n"}));
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "kfe warning: module=cam path=(null) flags=0x10802c05 msg=fps 15\n"
+              "kfe exception: module=isp path=(null) flags=0x10802c05 msg=100% %s %n\n");
     const auto u = ulogLines();
     ASSERT_EQ(u.size(), 2u);
-    EXPECT_EQ(u[0].text + u[1].text, "[triggerKfeWarning] ret:-5[triggerKfeException] ret:-5");
+    EXPECT_EQ(u[0].text + u[1].text, "[triggerKfeWarning] ret:0[triggerKfeException] ret:0");
 }
 
 // Out of line and not a tail call, so that it has a frame of its own in the stack.

@@ -5,12 +5,10 @@
 using namespace zorcam_test;
 using NSCam::Utils::ULog::ULogPrinter;
 
-namespace {
+static constexpr uint32_t kModule = 0x40007001;
+static constexpr const char* kTag = "ZorCam/Profile";
 
-constexpr uint32_t kModule = 0x40007001;
-constexpr const char* kTag = "ZorCam/Profile";
-
-class ULogPrinterTest : public LogCaptureTest {};
+using ULogPrinterTest = LogCaptureTest;
 
 // The switches, the printer's module and details type, and the priority of the printer's
 // Android lines (0 when the gate stops them). Both lines of a passing printer reach each sink
@@ -43,13 +41,14 @@ TEST_F(ULogPrinterTest, GateSinksAndPriority) {
         printer.printFormatLine("%s", "b");
         const auto a = androidLines();
         const auto u = ulogLines();
+        const std::string ab[] = {"a", "b"};
         ASSERT_EQ(a.size(), c.prio != 0 && (c.mode & 0x1) ? 2u : 0u);
         ASSERT_EQ(u.size(), c.prio != 0 && (c.mode & 0xE) ? 2u : 0u);
         for (size_t i = 0; i < a.size(); ++i)
-            EXPECT_TRUE(a[i].prio == c.prio && a[i].tag == kTag && a[i].text == (i ? "b" : "a")) << i;
+            EXPECT_TRUE(a[i].prio == c.prio && a[i].tag == kTag && a[i].text == ab[i]) << i;
         for (size_t i = 0; i < u.size(); ++i)
             EXPECT_TRUE(u[i].moduleId == c.module && u[i].type == c.type && u[i].tag == kTag &&
-                        u[i].text == (i ? "b" : "a") && u[i].length == 1) << i;
+                        u[i].text == ab[i] && u[i].length == 1) << i;
     }
 }
 
@@ -68,5 +67,3 @@ TEST_F(ULogPrinterTest, CutsOfFormattedLinesAndTags) {
     EXPECT_TRUE(u[0].text == f && u[0].length == 1023 && u[0].tag == tag.substr(0, 63));
     EXPECT_TRUE(u[1].text == p && u[1].length == 3000);
 }
-
-}  // namespace

@@ -14,8 +14,7 @@ namespace zorcam_test {
 /// True when the child ran at least one test matching gtestFilter and all of them passed.
 inline bool runWithCameraLogLevel(const std::string& gtestFilter, int logLevel) {
     char self[4096] = {}, props[] = "/tmp/zorcam_props_XXXXXX";
-    if (readlink("/proc/self/exe", self, sizeof(self) - 1) <= 0) return false;
-    const int fd = mkstemp(props);
+    const int fd = readlink("/proc/self/exe", self, sizeof(self) - 1) > 0 ? mkstemp(props) : -1;
     if (fd < 0) return false;
     dprintf(fd, "persist.vendor.zor.camera.log_level=%d\n", logLevel);
     close(fd);

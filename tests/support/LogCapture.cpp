@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <regex>
 
@@ -47,12 +48,10 @@ int __android_log_write(int prio, const char* tag, const char* text) {
 }
 
 int __android_log_vprint(int prio, const char* tag, const char* fmt, va_list ap) {
-    va_list copy;
-    va_copy(copy, ap);
-    std::string text(std::max(vsnprintf(nullptr, 0, fmt, copy), 0), '\0');
-    va_end(copy);
-    vsnprintf(text.data(), text.size() + 1, fmt, ap);
-    return __android_log_write(prio, tag, text.c_str());
+    char* text = nullptr;
+    const int r = __android_log_write(prio, tag, vasprintf(&text, fmt, ap) < 0 ? "" : text);
+    free(text);
+    return r;
 }
 
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {

@@ -9,11 +9,8 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
 #include <mutex>
-#include <string>
 #include <tuple>
-#include <vector>
 
 namespace zorcam_test {
 

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <system_error>
 
 namespace zorcam_test {
 
@@ -22,9 +21,8 @@ class TempDir {
 public:
     TempDir() {
         const char* base = getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base ? base : "/tmp") +
-                              "/zorcam_test.XXXXXX";
-        if (mkdtemp(pattern.data()) != nullptr) mPath = pattern;
+        mPath = std::string(base != nullptr && *base ? base : "/tmp") + "/zorcam_test.XXXXXX";
+        if (mkdtemp(mPath.data()) == nullptr) mPath.clear();
     }
     ~TempDir() {
         std::error_code ec;
@@ -32,7 +30,6 @@ public:
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-
     /// The directory, or "" when it could not be made.
     const std::string& path() const { return mPath; }
     /// path() + "/" + name.
