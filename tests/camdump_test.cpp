@@ -13,12 +13,9 @@
 #include <hidl/HostServiceRegistry.h>
 #include <vendor/velmora/hardware/camera/camdump/1.0/HostCamDump.h>
 
-#include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <cerrno>
 
 using namespace android;
 using namespace android::hardware;
@@ -29,17 +26,6 @@ using vendor::velmora::hardware::camera::camdump::V1_0::ICamDump;
 using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
-
-// The program's own write: while sCutWrites is set, its first call fails with EINTR and the
-// others transfer at most 4 KiB, so that a writer must retry and go on where it stopped.
-static std::atomic<int> sCutWrites{0};
-
-extern "C" ssize_t write(int fd, const void* buf, size_t n) {
-    static const auto real =
-            reinterpret_cast<ssize_t (*)(int, const void*, size_t)>(dlsym(RTLD_NEXT, "write"));
-    if (sCutWrites > 0 && sCutWrites-- == 2) return errno = EINTR, -1;
-    return real(fd, buf, sCutWrites > 0 ? std::min<size_t>(n, 4096) : n);
-}
 
 // Records the sizes asked and answers as the real allocator does, with a block 4096 bytes
 // larger than asked (as an allocator rounding up may), or refuses, or hands a block without a
@@ -104,11 +90,11 @@ protected:
 };
 
 // The service gets the path after the prefix rules, the size asked (not the allocator's larger
-// block) and the content, which it writes whole however short its writes are; the caller's
-// buffer is only read. (The dump fuzz target checks that no path and no symbolic link under
-// the root leads a dump out of it, and that each refusal has its line.) At camera log level 2
-// only the unified lines pass: warning (5) and debug (3); the test runs again in a child at
-// level 3 for the property-gated debug lines (the level is read when the library is loaded).
+// block) and the content; the caller's buffer is only read. (The dump fuzz target checks that no
+// path and no symbolic link under the root leads a dump out of it, and that each refusal has its
+// line.) At camera log level 2 only the unified lines pass: warning (5) and debug (3); the test
+// runs again in a child at level 3 for the property-gated debug lines (the level is read when the
+// library is loaded).
 TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
     const bool debug = zorcam_testLog(nullptr, 'D');
     if (!debug) { EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.PathsSizeAndContent*", 3)); }
@@ -118,9 +104,7 @@ TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
     for (const auto& [in, out] : {std::pair<std::string, std::string>{"/sdcard/a", "/sdcard/a"},
                                   {"/data/engineercamer/b.raw", "/sdcard/b.raw"}}) {
         sp<TestAllocator> allocator = useAllocator(TestAllocator::kPass);
-        sCutWrites = 2;
         EXPECT_TRUE(saveBufToSDFile(in.c_str(), buf.data(), buf.size()));
-        sCutWrites = 0;
         EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{buf.size()});
         EXPECT_EQ(readFile(mRoot.path() + out), std::string(buf.begin(), buf.end()));
         Lines lines = {"[saveBufToSDFile] force change path " + in + " to SD path",

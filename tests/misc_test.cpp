@@ -12,13 +12,11 @@
 #include <zorcam/utils/std/StlUtils.h>
 
 #include <backtrace/Backtrace.h>
-#include <utils/Mutex.h>
 
 #include <sched.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -134,15 +132,12 @@ static bool freeForOthers(std::mutex& m) {
 
 using StlUtilsTest = LogCaptureTest;
 
-// lockNoexcept never locks (the library exports the Android mutex's build separately);
-// JobQueueStatic::lock takes only a free mutex it does not own, and says why not straight to
-// the Android log: untagged, without prefix or location.
+// lockNoexcept never locks; JobQueueStatic::lock takes only a free mutex it does not own, and says
+// why not straight to the Android log: untagged, without prefix or location.
 TEST_F(StlUtilsTest, LockHelpers) {
     std::mutex m;
     std::unique_lock<std::mutex> none, lk(m, std::defer_lock);
-    android::Mutex am;
-    std::unique_lock<android::Mutex> androidLock(am, std::defer_lock);
-    EXPECT_FALSE(lockNoexcept(lk) || lockNoexcept(androidLock) || !freeForOthers(m));
+    EXPECT_FALSE(lockNoexcept(lk) || !freeForOthers(m));
     EXPECT_TRUE(JobQueueStatic::lock(lk) && !freeForOthers(m));
     expectNoLines();
     EXPECT_FALSE(JobQueueStatic::lock(none) || JobQueueStatic::lock(lk));

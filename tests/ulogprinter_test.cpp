@@ -18,14 +18,13 @@ TEST_F(ULogPrinterTest, GateSinksAndPriority) {
     const struct { uint32_t mode, level, mask, module, type; int prio; } cases[] = {
         // The priority of each type, anything unknown debug's.
         {0x3, ~0u, 0x40007000, kModule, 1, 6}, {0x3, ~0u, 0x40007000, kModule, 2, 5},
-        {0x3, ~0u, 0x40007000, kModule, 3, 4}, {0x3, ~0u, 0x40007000, kModule, 4, 3},
-        {0x3, ~0u, 0x40007000, kModule, 5, 3}, {0x3, ~0u, 0x40007000, kModule, 6, 2},
-        {0x3, ~0u, 0x40007000, kModule, 9, 3}, {0x3, ~0u, 0x40007000, kModule, 0, 3},
+        {0x3, ~0u, 0x40007000, kModule, 3, 4}, {0x3, ~0u, 0x40007000, kModule, 6, 2},
+        {0x3, ~0u, 0x40007000, kModule, 4, 3}, {0x3, ~0u, 0x40007000, kModule, 9, 3},
         // The level, errors' too; type 9 needs level 9.
         {0x3, 2, 0x40007000, kModule, 3, 0}, {0x3, 2, 0x40007000, kModule, 2, 5},
         {0x3, 0, 0x40007000, kModule, 1, 0}, {0x3, 8, 0xFFFFFFFF, kModule, 9, 0},
         // No category bit, which warnings skip; a masked id below 0x100000; another module.
-        {0x3, 6, 0x40000000, kModule, 5, 0}, {0x3, 6, 0x40000000, kModule, 2, 5},
+        {0x3, 6, 0x40000000, kModule, 3, 0}, {0x3, 6, 0x40000000, kModule, 2, 5},
         {0x3, 9, 0x00007000, kModule, 9, 0}, {0x3, 6, 0x00F01000, 0x00301000, 5, 3},
         {0x3, 6, 0x00F01000, 0x00300000, 5, 0},
         // The sinks: the Android log only, the unified logger only, neither.
