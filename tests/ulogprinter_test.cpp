@@ -27,10 +27,9 @@ TEST_F(ULogPrinterTest, GateSinksAndPriority) {
         {0x3, 6, 0x40000000, kModule, 3, 0}, {0x3, 6, 0x40000000, kModule, 2, 5},
         {0x3, 9, 0x00007000, kModule, 9, 0}, {0x3, 6, 0x00F01000, 0x00301000, 5, 3},
         {0x3, 6, 0x00F01000, 0x00300000, 5, 0},
-        // The sinks: the Android log only, the unified logger only, neither.
-        {0x1, 6, 0x40007000, kModule, 2, 5}, {0x4, 6, 0x40007000, kModule, 2, 5},
-        {0x0, 6, 0x40007000, kModule, 2, 5},
-    };
+        // The sinks: neither, the Android log only, the unified logger only.
+        {0x0, 6, 0x40007000, kModule, 2, 5}, {0x1, 6, 0x40007000, kModule, 2, 5},
+        {0x4, 6, 0x40007000, kModule, 2, 5}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases);
         setULog(c.mode, c.level, c.mask);
