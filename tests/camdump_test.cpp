@@ -90,11 +90,10 @@ protected:
 };
 
 // The service gets the path after the prefix rules, the size asked (not the allocator's larger
-// block) and the content; the caller's buffer is only read. (The dump fuzz target checks that no
-// path and no symbolic link under the root leads a dump out of it, and that each refusal has its
-// line.) At camera log level 2 only the unified lines pass: warning (5) and debug (3); the test
-// runs again in a child at level 3 for the property-gated debug lines (the level is read when the
-// library is loaded).
+// block) and the content; the caller's buffer is only read. (The dump fuzz target checks more
+// paths and links under the root, and that each refusal has its line.) At camera log level 2
+// only the unified lines pass: warning (5) and debug (3); the test runs again in a child at
+// level 3 for the property-gated debug lines (the level is read when the library is loaded).
 TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
     const bool debug = zorcam_testLog(nullptr, 'D');
     if (!debug) { EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.PathsSizeAndContent*", 3)); }
@@ -117,6 +116,18 @@ TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
         EXPECT_EQ(texts(), Lines(lines.begin() + (in != out ? 0 : 1), lines.end()));
         EXPECT_EQ(androidLines().at(0).prio, in != out ? 5 : 3);
     }
+    // Symbolic links inside the root never lead a dump out of it, whether on the way or as the
+    // file itself: each such dump is refused with its line.
+    TempDir outside;
+    ASSERT_TRUE(symlink(outside.path().c_str(), (mRoot / "data").c_str()) == 0 &&
+                symlink((outside / "v").c_str(), (mRoot / "sdcard/v").c_str()) == 0);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(saveBufToSDFile("/data/engineercamera/a", buf.data(), 100) &&
+                saveBufToSDFile("/sdcard/v", buf.data(), 100));
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(std::filesystem::is_empty(outside.path()) &&
+                err.find("camdump: cannot create /data/engineercamera/a ") != std::string::npos &&
+                err.find("camdump: cannot create /sdcard/v ") != std::string::npos) << err;
 }
 
 // Each failure with its error lines (the refused buffer's on the property-gated path, Android

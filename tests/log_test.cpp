@@ -12,13 +12,9 @@ using LogFrontEndTest = LogCaptureTest;
 
 static constexpr const char* kTag = "ZorCam/Utils";
 
-// An error line's location suffix, as the front end writes it in this file's TestBody.
-static std::string at(int line) {
-    return " (TestBody){#" + std::to_string(line) + ":tests/log_test.cpp}";
-}
 
 // One line of each level (e w i d v) under each set of switches: which reach each sink, with
-// the priority and details type of their level; a message no sink takes evaluates no argument.
+// the priority and details type of their level.
 TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
     const struct { uint32_t mode, level, mask; const char *android, *ulog; } cases[] = {
         // No sink; errors ignore the level, on either sink; 4 is below debug's 5.
@@ -31,18 +27,15 @@ TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
         // Any bit of 0xE selects the logger; the level is compared unsigned.
         {0x8, 6, 0xFFFFFFFF, "", "ewidv"}, {0x1, 0xFFFFFFFF, 0xFFFFFFFF, "ewid", ""}};
     const std::string letters = "ewidv", prios = "6543", types = "12356";
-    std::map<char, int> evaluated;
-    auto arg = [&evaluated](char letter) { return ++evaluated[letter], letter; };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << std::hex << c.mode << " " << c.level << " " << c.mask);
         setULog(c.mode, c.level, c.mask);
         clearLogs();
-        evaluated.clear();
-        CAM_ULOGE(kTag, "[%s] %c", __func__, arg('e'));
-        CAM_ULOGW(kTag, "[%s] %c", __func__, arg('w'));
-        CAM_ULOGI(kTag, "[%s] %c", __func__, arg('i'));
-        CAM_ULOGD(kTag, "[%s] %c", __func__, arg('d'));
-        CAM_ULOGV(kTag, "[%s] %c", __func__, arg('v'));
+        CAM_ULOGE(kTag, "[%s] %c", __func__, 'e');
+        CAM_ULOGW(kTag, "[%s] %c", __func__, 'w');
+        CAM_ULOGI(kTag, "[%s] %c", __func__, 'i');
+        CAM_ULOGD(kTag, "[%s] %c", __func__, 'd');
+        CAM_ULOGV(kTag, "[%s] %c", __func__, 'v');
         std::string android, ulog;
         for (const auto& l : androidLines()) {
             android += stripLocation(l.text).back();
@@ -56,9 +49,6 @@ TEST_F(LogFrontEndTest, GateAndSinksFollowTheSwitches) {
         }
         EXPECT_EQ(android, c.android);
         EXPECT_EQ(ulog, c.ulog);
-        for (char letter : letters)
-            EXPECT_TRUE((android + ulog).find(letter) != std::string::npos || !evaluated[letter])
-                    << letter;
     }
 }
 
@@ -66,7 +56,8 @@ TEST_F(LogFrontEndTest, OnlyTheAndroidErrorLineHasTheSuffixAndOnlyULogCutsTo1023
     const std::string text = "[TestBody] " + std::string(2000, 'x');
     CAM_ULOGE(kTag, "[%s] %s", __func__, text.c_str() + 11);
     CAM_ULOGW(kTag, "[%s] w", __func__);
-    EXPECT_EQ(androidLines().at(0).text, text + at(__LINE__ - 2));
+    EXPECT_EQ(androidLines().at(0).text, text + " (TestBody){#" + std::to_string(__LINE__ - 2) +
+                                                 ":tests/log_test.cpp}");
     EXPECT_EQ(androidLines().at(1).text, "[TestBody] w");
     EXPECT_TRUE(ulogLines().at(0).text == text.substr(0, 1023) && ulogLines()[0].length == 1023);
 }
@@ -128,8 +119,8 @@ TEST_F(LogFrontEndTest, PropertyGatedPathWritesTheAndroidLogOnly) {
     CAM_PLOGV(kTag, "[%s] %d", __func__, ++evaluated);
     std::string lines;
     for (const auto& l : androidLines()) lines += std::to_string(l.prio) + " " + l.text + "\n";
-    EXPECT_EQ(lines, "6 [TestBody] bad 1" + at(__LINE__ - 7) +
-                             "\n5 [TestBody] w\n4 [TestBody] info\n");
+    EXPECT_EQ(lines, "6 [TestBody] bad 1 (TestBody){#" + std::to_string(__LINE__ - 7) +
+                             ":tests/log_test.cpp}\n5 [TestBody] w\n4 [TestBody] info\n");
     EXPECT_TRUE(ulogLines().empty() && evaluated == 0);
 }
 

@@ -23,9 +23,9 @@ static std::string get(const char* key, const char* def = nullptr) {
 TEST(PropertiesTest, GetSetAndNumbers) {
     const std::string fits(91, 'v');
     EXPECT_EQ(get("test.zorcam.a", "fallback"), "fallback");
-    EXPECT_TRUE(property_set("test.zorcam.a", "0x10") == 0 && get("test.zorcam.a") == "0x10" &&
-                property_get_int32("test.zorcam.a", -1) == 16 &&
-                property_get_int64("test.zorcam.a", -1) == 16 &&
+    EXPECT_TRUE(property_set("test.zorcam.a", "0x7fffffffffffffff") == 0 &&
+                property_get_int32("test.zorcam.a", -1) == -1 &&
+                property_get_int64("test.zorcam.a", -1) == INT64_MAX &&
                 property_get_bool("test.zorcam.a", -1) == -1);
     EXPECT_EQ(property_set("test.zorcam.a", ""), 0);
     EXPECT_EQ(get("test.zorcam.a", std::string(200, 'd').c_str()), std::string(91, 'd'));

@@ -25,8 +25,8 @@ ULogger* recordingLogger() {
                     {moduleId, tag ? tag : "", type, std::string(text, n), length});
         }
     };
-    static Recorder* sRecorder = new Recorder();
-    return sRecorder;
+    static Recorder sRecorder;  // installed only between a test's SetUp and TearDown
+    return &sRecorder;
 }
 
 std::string stripLocation(const std::string& text) {

@@ -68,10 +68,10 @@ protected:
     std::vector<ULogLine> ulogLines() { return locked(capture().ulog); }
     /// Android lines with the given tag only.
     std::vector<AndroidLine> androidLines(const std::string& tag) {
-        std::vector<AndroidLine> out;
-        for (auto& l : androidLines())
-            if (l.tag == tag) out.push_back(l);
-        return out;
+        auto lines = androidLines();
+        auto other = [&tag](const AndroidLine& l) { return l.tag != tag; };
+        lines.erase(std::remove_if(lines.begin(), lines.end(), other), lines.end());
+        return lines;
     }
     void clearLogs() {
         std::lock_guard<std::mutex> hold(capture().lock);
