@@ -1,3 +1,6 @@
+// Dumps through the camera-dump service: saveBufToSDFile against the host service under a
+// fresh root, with test allocators, and the host allocator's blocks and handles.
+
 #include "ChildProcess.h"
 #include "FdCount.h"
 #include "LogCapture.h"
@@ -8,19 +11,11 @@
 
 #include <android/hidl/allocator/1.0/IAllocator.h>
 #include <hidl/HostServiceRegistry.h>
-#include <hidlmemory/mapping.h>
 #include <vendor/velmora/hardware/camera/camdump/1.0/HostCamDump.h>
-#include <vendor/velmora/hardware/camera/camdump/1.0/ICamDump.h>
-
-#include <gtest/gtest.h>
 
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
-#include <string>
-#include <vector>
 
 using namespace android;
 using namespace android::hardware;
@@ -28,277 +23,161 @@ using namespace zorcam_test;
 using android::hidl::allocator::V1_0::IAllocator;
 using NSCam::Utils::saveBufToSDFile;
 using vendor::velmora::hardware::camera::camdump::V1_0::ICamDump;
-
-namespace {
-
+using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
-const std::string kRefusedAllocation =
-        "CamDump operator(): allocating ashmem of 100 bytes failed! (operator())";
-
-// Records what the service is handed, as the real service would see it: the block is mapped
-// during the call, so its descriptor must still be open then.
-struct RecordingCamDump : public ICamDump {
-    struct Call {
-        std::string path;
-        uint64_t size;
-        Bytes content;  // empty when the block could not be mapped
-    };
-
-    Return<void> dumpBuffer(const hidl_string& path, const hidl_memory& buffer) override {
-        Bytes content;
-        if (sp<hidl::memory::V1_0::IMemory> memory = mapMemory(buffer)) {
-            const auto* p = static_cast<unsigned char*>(static_cast<void*>(memory->getPointer()));
-            content.assign(p, p + static_cast<uint64_t>(memory->getSize()));
-        }
-        mCalls.push_back({path, buffer.size(), content});
-        return Void();
-    }
-
-    std::vector<Call> mCalls;
-};
-
-// Records allocations and answers them in one of several ways (kAbsent: not registered). A
-// passed allocation states a larger size than asked, as an allocator rounding up may.
+// Records the sizes asked and answers as the real allocator does, with a block 4096 bytes
+// larger than asked (as an allocator rounding up may), or refuses, or hands a block without a
+// descriptor, which no one can map.
 struct TestAllocator : public IAllocator {
-    enum class Mode { kPass, kRefuse, kNoDescriptor, kAbsent };
-
-    TestAllocator(sp<IAllocator> real, Mode mode) : mReal(std::move(real)), mMode(mode) {}
-
+    enum Mode { kPass, kRefuse, kNoDescriptor } mMode;
+    explicit TestAllocator(Mode mode) : mMode(mode) {}
     Return<void> allocate(uint64_t size, allocate_cb cb) override {
         mSizes.push_back(size);
-        if (mMode == Mode::kPass) return mReal->allocate(size + 4096, cb);
-        if (mMode == Mode::kRefuse) {
-            cb(false, hidl_memory());
-            return Void();
-        }
-        native_handle_t* handle = native_handle_create(0, 0);  // a block with no descriptor
-        cb(true, hidl_memory("ashmem", handle, size));
+        if (mMode == kPass) return getService("real", false)->allocate(size + 4096, cb);
+        native_handle_t* handle = native_handle_create(0, 0);
+        cb(mMode != kRefuse,
+           mMode == kRefuse ? hidl_memory() : hidl_memory("ashmem", handle, size));
         native_handle_delete(handle);
         return Void();
     }
-
-    sp<IAllocator> mReal;
-    Mode mMode;
-    std::vector<uint64_t> mSizes;  // of each allocation asked for
+    std::vector<uint64_t> mSizes;
 };
 
-int ashmemMappings() {
+// Descriptors and ashmem mappings (lines of /proc/self/maps).
+static std::pair<int, int> resources() {
     std::ifstream maps("/proc/self/maps");
     int n = 0;
-    for (std::string line; std::getline(maps, line);)
-        if (line.find("ashmem") != std::string::npos) ++n;
-    return n;
-}
-
-Bytes pattern(size_t n) {
-    Bytes v(n);
-    for (size_t i = 0; i < n; ++i) v[i] = static_cast<unsigned char>(i * 13 + i / 509);
-    return v;
+    for (std::string line; std::getline(maps, line);) n += line.find("ashmem") != line.npos;
+    return {openFdCount(), n};
 }
 
 class CamDumpTest : public LogCaptureTest {
 protected:
     void SetUp() override {
         LogCaptureTest::SetUp();
-        mRealAllocator = IAllocator::getService("ashmem", false);
-        mService = new RecordingCamDump();
+        host::registerService(IAllocator::descriptor, "real", mRealAllocator);
         ASSERT_EQ(mService->registerAsService("internal/0"), OK);
-        mFds = openFdCount();
-        mMappings = ashmemMappings();
     }
-
     void TearDown() override {
-        EXPECT_EQ(openFdCount(), mFds) << "a descriptor was left open";
-        EXPECT_EQ(ashmemMappings(), mMappings) << "a mapping was left behind";
+        EXPECT_EQ(resources(), mResources) << "a descriptor or mapping was left behind";
         host::unregisterService(ICamDump::descriptor, "internal/0");
         host::registerService(IAllocator::descriptor, "ashmem", mRealAllocator);
         LogCaptureTest::TearDown();
     }
-
-    // Installs a fresh allocator in the given mode and forgets earlier calls and lines.
+    // Installs a fresh allocator in the given mode and forgets earlier lines.
     sp<TestAllocator> useAllocator(TestAllocator::Mode mode) {
-        sp<TestAllocator> allocator = new TestAllocator(mRealAllocator, mode);
-        if (mode == TestAllocator::Mode::kAbsent)
-            host::unregisterService(IAllocator::descriptor, "ashmem");
-        else
-            EXPECT_EQ(allocator->registerAsService("ashmem"), OK);
-        mService->mCalls.clear();
+        sp<TestAllocator> allocator = new TestAllocator(mode);
+        EXPECT_EQ(allocator->registerAsService("ashmem"), OK);
         clearLogs();
         return allocator;
     }
-
     // The Android lines (all, or those of one priority), an error line's location suffix
     // " (func){#line:file}" cut down to " (func)".
     Lines texts(int prio = 0) {
         Lines out;
-        for (const auto& l : androidLines()) {
-            EXPECT_EQ(l.tag, "ZorCam/Utils");
-            if (prio != 0 && l.prio != prio) continue;
-            const bool located = !l.text.empty() && l.text.back() == '}';
-            out.push_back(l.text.substr(0, located ? l.text.rfind("{#") : l.text.size()));
-        }
+        for (const auto& l : androidLines())
+            if (prio == 0 || l.prio == prio)
+                out.push_back(l.text.substr(0, l.prio == 6 ? l.text.rfind("{#") : l.text.npos));
         return out;
     }
 
-    sp<IAllocator> mRealAllocator;
-    sp<RecordingCamDump> mService;
-    int mFds = 0;
-    int mMappings = 0;
+    TempDir mRoot;
+    sp<ICamDump> mService = new HostCamDump(mRoot.path());
+    sp<IAllocator> mRealAllocator = IAllocator::getService("ashmem", false);
+    const std::pair<int, int> mResources = resources();
 };
 
 // The service gets the path after the prefix rules, the size asked (not the allocator's larger
-// block) and the content; the caller's buffer is only read. At camera log level 2 only the
-// unified lines pass: warning (5) and debug (3).
+// block) and the content; the caller's buffer is only read. (The dump fuzz target checks more
+// paths and links under the root, and that each refusal has its line.) At camera log level 2
+// only the unified lines pass: warning (5) and debug (3); the test runs again in a child at
+// level 3 for the property-gated debug lines (the level is read when the library is loaded).
 TEST_F(CamDumpTest, PathsSizeAndContentReachTheService) {
-    const struct { std::string in, out; } cases[] = {
-            {"/data/engineercamera/p2/a.raw", "/data/engineercamera/p2/a.raw"},
-            {"/sdcard/x.yuv", "/sdcard/x.yuv"},
-            {"/sdcardX/y.yuv", "/sdcardX/y.yuv"},  // a plain prefix test
-            {"/data/engineercamer/b.raw", "/sdcard/b.raw"},
-            {"a.raw", "/sdcard"},
-            {"/a.raw", "/sdcard/a.raw"},
-            {"", "/sdcard"},
-    };
-    const size_t size = 3 * 4096 + 5;
-    Bytes buf = pattern(size);
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.in);
-        sp<TestAllocator> allocator = useAllocator(TestAllocator::Mode::kPass);
-        EXPECT_TRUE(saveBufToSDFile(c.in.c_str(), buf.data(), size));
-        EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{size});
-        ASSERT_EQ(mService->mCalls.size(), 1u);
-        EXPECT_EQ(mService->mCalls[0].path, c.out);
-        EXPECT_EQ(mService->mCalls[0].size, size);
-        EXPECT_EQ(mService->mCalls[0].content, buf);
-        const bool warned = c.in != c.out;
-        const Lines lines = {"[saveBufToSDFile] force change path " + c.in + " to SD path",
-                             "[saveBufToSDFile] save to " + c.out,
-                             "[saveBufToSDFile] CamDump: IAllocator::allocate start"};
-        EXPECT_EQ(texts(), Lines(lines.begin() + (warned ? 0 : 1), lines.end()));
-        EXPECT_EQ(androidLines().at(0).prio, warned ? 5 : 3);
+    const bool debug = zorcam_testLog(nullptr, 'D');
+    if (!debug) { EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.PathsSizeAndContent*", 3)); }
+    Bytes buf(3 * 4096 + 5);
+    for (size_t i = 0; i < buf.size(); ++i) buf[i] = static_cast<unsigned char>(i * 13 + i / 509);
+    const std::string content(buf.begin(), buf.end());  // to show the buffer is only read
+    for (const auto& [in, out] : {std::pair<std::string, std::string>{"/sdcard/a", "/sdcard/a"},
+                                  {"/data/engineercamer/b.raw", "/sdcard/b.raw"}}) {
+        sp<TestAllocator> allocator = useAllocator(TestAllocator::kPass);
+        EXPECT_TRUE(saveBufToSDFile(in.c_str(), buf.data(), buf.size()));
+        EXPECT_EQ(allocator->mSizes, std::vector<uint64_t>{buf.size()});
+        EXPECT_EQ(readFile(mRoot.path() + out), content);
+        Lines lines = {"[saveBufToSDFile] force change path " + in + " to SD path",
+                       "[saveBufToSDFile] save to " + out,
+                       "[saveBufToSDFile] CamDump: IAllocator::allocate start"};
+        if (debug)
+            lines.insert(lines.end(), {"CamDump: IAllocator::allocate start",
+                                       "CamDump: IAllocator::allocate success",
+                                       "CamDump: read buffer to HidlMemory size=12293"});
+        EXPECT_EQ(texts(), Lines(lines.begin() + (in != out ? 0 : 1), lines.end()));
+        EXPECT_EQ(androidLines().at(0).prio, in != out ? 5 : 3);
     }
-    EXPECT_EQ(buf, pattern(size));
+    // Symbolic links inside the root never lead a dump out of it, whether on the way or as the
+    // file itself: each such dump is refused with its line.
+    TempDir outside;
+    ASSERT_TRUE(symlink(outside.path().c_str(), (mRoot / "data").c_str()) == 0 &&
+                symlink((outside / "v").c_str(), (mRoot / "sdcard/v").c_str()) == 0);
+    testing::internal::CaptureStderr();
+    EXPECT_TRUE(saveBufToSDFile("/data/engineercamera/a", buf.data(), 100) &&
+                saveBufToSDFile("/sdcard/v", buf.data(), 100));
+    const std::string err = testing::internal::GetCapturedStderr();
+    EXPECT_TRUE(std::filesystem::is_empty(outside.path()) &&
+                err.find("camdump: cannot create /data/engineercamera/a ") != std::string::npos &&
+                err.find("camdump: cannot create /sdcard/v ") != std::string::npos) << err;
 }
 
 // Each failure with its error lines (the refused buffer's on the property-gated path, Android
-// log only) and what the service gets: a refused buffer is neither allocated nor sent, a
-// refused allocation is sent as an empty block, an unmappable block unfilled; without the
-// allocator nothing is sent, and without the service the call fails before any allocation.
+// log only) and whether a block was allocated and sent: a refused buffer is neither, a refused
+// allocation and an unmappable block reach the service, which cannot map them; without the
+// allocator nothing is sent, and without the service the call fails before anything else.
 TEST_F(CamDumpTest, Failures) {
-    using Mode = TestAllocator::Mode;
-    Bytes buf = pattern(100);
-    unsigned char* const b = buf.data();
-    auto para = [](const void* p, unsigned int size, const char* func) {
-        char text[80];
-        snprintf(text, sizeof(text), "Illegel Para: pBuf=%p, size=%u (%s)", p, size, func);
-        return std::string(text);
-    };
-    const char* op = "saveBufToSDFile";
-    const std::string noService =
+    Bytes buf(100);
+    char para[64];
+    snprintf(para, sizeof(para), "Illegel Para: pBuf=%p, size=0 (", buf.data());
+    const std::string ashmem = "CamDump operator(): ", noService =
             "[saveBufToSDFile] CamDump: tryGetService() failed! (saveBufToSDFile)";
-    // The allocator, whether the service is there, the buffer and size, the error lines, and the
-    // number of blocks sent with the size of the (empty) block the service got.
-    const struct { Mode mode; bool service; unsigned char* buf; unsigned int size; Lines errors;
-                   size_t sent; uint64_t sentSize; } cases[] = {
-            {Mode::kPass, true, b, 0, {para(b, 0, op), para(b, 0, "operator()")}, 0, 0},
-            {Mode::kPass, true, nullptr, 5,
-             {para(nullptr, 5, op), para(nullptr, 5, "operator()")}, 0, 0},
-            {Mode::kRefuse, true, b, 100, {kRefusedAllocation}, 1, 0},
-            {Mode::kNoDescriptor, true, b, 100, {}, 1, 100},
-            {Mode::kAbsent, true, b, 100,
-             {"CamDump operator(): IAllocator::getService() failed! (operator())"}, 0, 0},
-            {Mode::kPass, false, b, 1, {noService}, 0, 0},
-            {Mode::kPass, false, nullptr, 10, {para(nullptr, 10, op), noService}, 0, 0},
+    const struct { int mode; unsigned int size; Lines errors; bool sent; } cases[] = {
+            {TestAllocator::kPass, 0, {para + std::string("saveBufToSDFile)"),
+                                       para + std::string("operator())")}, false},
+            {TestAllocator::kRefuse, 100,
+             {ashmem + "allocating ashmem of 100 bytes failed! (operator())"}, true},
+            {TestAllocator::kNoDescriptor, 100, {}, true},
+            {-1, 100, {ashmem + "IAllocator::getService() failed! (operator())"}, false},
+            {-2, 10, {"Illegel Para: pBuf=(nil), size=10 (saveBufToSDFile)", noService}, false},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.errors.empty() ? "unmappable" : c.errors.back());
-        sp<TestAllocator> allocator = useAllocator(c.mode);
-        if (!c.service) host::unregisterService(ICamDump::descriptor, "internal/0");
-        EXPECT_EQ(saveBufToSDFile("/sdcard/x.yuv", c.buf, c.size), c.service);
+        sp<TestAllocator> allocator = useAllocator(c.mode < 0 ? TestAllocator::kPass
+                                                              : TestAllocator::Mode(c.mode));
+        if (c.mode == -1) host::unregisterService(IAllocator::descriptor, "ashmem");
+        if (c.mode == -2) host::unregisterService(ICamDump::descriptor, "internal/0");
+        testing::internal::CaptureStderr();
+        EXPECT_EQ(saveBufToSDFile("/sdcard/x.yuv", c.mode == -2 ? nullptr : buf.data(), c.size),
+                  c.mode != -2);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  c.sent ? "camdump: cannot map the block for /sdcard/x.yuv\n" : "");
         EXPECT_EQ(texts(6), c.errors);
         // The unified lines: "save to" and "allocate start", or the service failure.
-        EXPECT_EQ(ulogLines().size(), c.service ? 2u : 1u);
-        EXPECT_EQ(allocator->mSizes.size(), c.sent);
-        ASSERT_EQ(mService->mCalls.size(), c.sent);
-        if (c.sent == 0) continue;
-        EXPECT_EQ(mService->mCalls[0].size, c.sentSize);
-        EXPECT_TRUE(mService->mCalls[0].content.empty());
+        EXPECT_TRUE(ulogLines().size() == (c.mode == -2 ? 1u : 2u) &&
+                    allocator->mSizes.size() == (c.sent ? 1u : 0u));
     }
-}
-
-// The host service writes under its root. Symbolic links inside the root never lead a dump out
-// of it, whether on the way or as the file itself; a path naming a directory is refused too.
-// Each refusal has its line.
-TEST_F(CamDumpTest, HostServiceWritesUnderItsRootOnly) {
-    using vendor::velmora::hardware::camera::camdump::V1_0::implementation::HostCamDump;
-    TempDir root, outside;
-    sp<ICamDump> host = new HostCamDump(root.path());
-    ASSERT_EQ(host->registerAsService("internal/0"), OK);
-    Bytes buf = pattern(200000);
-    EXPECT_TRUE(saveBufToSDFile("/data/engineercamera/p2/a.raw", buf.data(), buf.size()));
-    EXPECT_TRUE(saveBufToSDFile("/data/vendor/dump/b.yuv", buf.data(), 1000));
-    const std::string whole(buf.begin(), buf.end());
-    EXPECT_EQ(readFile(root / "data/engineercamera/p2/a.raw"), whole);
-    EXPECT_EQ(readFile(root / "sdcard/b.yuv"), whole.substr(0, 1000));
-
-    ASSERT_EQ(rename((root / "data").c_str(), (root / "old").c_str()), 0);
-    ASSERT_EQ(symlink(outside.path().c_str(), (root / "data").c_str()), 0);
-    ASSERT_EQ(symlink((outside / "victim").c_str(), (root / "sdcard/v.yuv").c_str()), 0);
-    ASSERT_EQ(symlink("../..", (root / "sdcard/up").c_str()), 0);
-    for (const char* path : {"/data/engineercamera/a.raw", "/sdcard/v.yuv", "/sdcard/up/x/b.raw",
-                             "/sdcard/.", "/sdcard/sub/"}) {
-        SCOPED_TRACE(path);
-        testing::internal::CaptureStderr();
-        EXPECT_TRUE(saveBufToSDFile(path, buf.data(), 100));
-        EXPECT_NE(testing::internal::GetCapturedStderr().find("camdump: "), std::string::npos);
-    }
-    struct stat st;
-    EXPECT_NE(lstat((outside / "engineercamera").c_str(), &st), 0);
-    EXPECT_NE(lstat((outside / "victim").c_str(), &st), 0);
-    EXPECT_NE(lstat((root / "sdcard/sub").c_str(), &st), 0);
-    EXPECT_NE(lstat((root.path() + "/../x").c_str(), &st), 0);
 }
 
 // Blocks live in memory, not in a file on disk, and keep the size they were made with.
 TEST_F(CamDumpTest, AllocatorBlocksAreSizedMemoryFiles) {
-    bool allocated = false;
-    mRealAllocator->allocate(5000, [&](bool ok, const hidl_memory& mem) {
-        ASSERT_TRUE(ok);
-        allocated = true;
-        const int fd = mem.handle()->data[0];
-        char target[256] = {};
-        ASSERT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target,
-                           sizeof(target) - 1), 0);
-        EXPECT_EQ(std::string(target).rfind("/memfd:ashmem", 0), 0u) << target;
+    int size = 0;
+    mRealAllocator->allocate(5000, [&size](bool ok, const hidl_memory& mem) {
+        const int fd = ok ? mem.handle()->data[0] : -1;
+        char target[64] = {};
         struct stat st;
-        EXPECT_TRUE(fstat(fd, &st) == 0 && st.st_size == 5000);
-        EXPECT_NE(ftruncate(fd, 100), 0) << "a block shrank under its mappings";
-        EXPECT_NE(ftruncate(fd, 10000), 0) << "a block grew";
+        EXPECT_GT(readlink(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, 63), 0);
+        EXPECT_EQ(std::string(target).rfind("/memfd:", 0), 0u) << target;
+        size = fstat(fd, &st) == 0 ? st.st_size : -1;
+        EXPECT_TRUE(ftruncate(fd, 100) != 0 && ftruncate(fd, 10000) != 0) << "a block resized";
     });
-    EXPECT_TRUE(allocated);
+    EXPECT_EQ(size, 5000);
 }
-
-// The property-gated debug lines pass only above camera log level 2, which is read when the
-// library is loaded: this test runs itself again in a child at level 3.
-TEST_F(CamDumpTest, DebugLinesAboveLevelTwo) {
-    if (!zorcam_testLog(nullptr, 'D')) {
-        EXPECT_TRUE(runWithCameraLogLevel("CamDumpTest.DebugLinesAboveLevelTwo", 3));
-        return;
-    }
-    const std::string start = "CamDump: IAllocator::allocate start";
-    const std::string success = "CamDump: IAllocator::allocate success";
-    Bytes buf = pattern(100);
-    for (auto mode : {TestAllocator::Mode::kPass, TestAllocator::Mode::kRefuse}) {
-        useAllocator(mode);
-        EXPECT_TRUE(saveBufToSDFile("/sdcard/x.yuv", buf.data(), buf.size()));
-        const bool pass = mode == TestAllocator::Mode::kPass;
-        EXPECT_EQ(texts(), (Lines{"[saveBufToSDFile] save to /sdcard/x.yuv",
-                                  "[saveBufToSDFile] " + start, start,
-                                  pass ? success : kRefusedAllocation,
-                                  pass ? "CamDump: read buffer to HidlMemory size=100" : success}));
-    }
-}
-
-}  // namespace

@@ -4,17 +4,11 @@
 
 #include <zorcam/utils/std/Misc.h>
 
-#include <gtest/gtest.h>
-
 #include <dlfcn.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
-#include <cstdint>
-#include <fstream>
-#include <string>
-#include <vector>
 
 using namespace zorcam_test;
 using namespace NSCam::Utils;
@@ -35,90 +29,69 @@ extern "C" ssize_t read(int fd, void* buf, size_t n) {
     return real(fd, buf, std::min(n, sMaxTransfer.load()));
 }
 
-namespace {
-
 using Bytes = std::vector<unsigned char>;
 using Lines = std::vector<std::string>;
 
-struct stat statOf(const std::string& path) {
-    struct stat st = {};
-    stat(path.c_str(), &st);
-    return st;
-}
-
-Bytes pattern(size_t n) {
-    Bytes v(n);
-    for (size_t i = 0; i < n; ++i) v[i] = static_cast<unsigned char>(i * 7 + i / 251);
-    return v;
-}
-
-// Whether buf starts with want and holds the fill value 0xEE after it.
-bool filledWith(const Bytes& buf, const Bytes& want) {
-    return std::equal(want.begin(), want.end(), buf.begin()) &&
-           std::all_of(buf.begin() + want.size(), buf.end(), [](auto c) { return c == 0xEE; });
-}
-
 class FilesTest : public LogCaptureTest {
 protected:
-    void SetUp() override {
-        LogCaptureTest::SetUp();
-        umask(022);
-        mFds = openFdCount();
-    }
     void TearDown() override {
         EXPECT_EQ(openFdCount(), mFds) << "a descriptor was left open";
         sMaxTransfer = SIZE_MAX;
         LogCaptureTest::TearDown();
     }
-
+    // The Android lines without their location suffixes; clears the capture.
     Lines texts() {
         Lines out;
         for (const auto& l : androidLines()) out.push_back(stripLocation(l.text));
+        clearLogs();
         return out;
     }
-
     TempDir mDir;
-    int mFds = 0;
+    const mode_t mMask = umask(022);  // the modes below are of umask 022
+    const int mFds = openFdCount();
 };
 
-// A failure logs its one line and tries nothing deeper; parents made before it stay.
+// A failure logs its one line and tries nothing deeper; parents made before it stay. (The dump
+// fuzz target checks makePath against the file system for any path.)
 TEST_F(FilesTest, MakePath) {
     std::ofstream(mDir / "f") << "x";
     const std::string longDir = mDir / ("b/" + std::string(300, 'n'));
-    const struct { std::string path; bool made; std::string line; } cases[] = {
-            {mDir / "a//b/c/", true, ""},
-            {mDir / "a//b/c/", true, ""},  // all there already
-            {"/", true, ""},
-            {"", false, "[do_mkdir] fail to mkdir []: 2[No such file or directory]"},
-            {mDir / "f/g/h", false, "[do_mkdir] !S_ISDIR"},
-            {longDir + "/c/d", false,
+    const struct { std::string path, line; } cases[] = {
+            {mDir / "a//b/c/", ""},
+            {"", "[do_mkdir] fail to mkdir []: 2[No such file or directory]"},
+            {mDir / "f/g/h", "[do_mkdir] !S_ISDIR"},
+            {longDir + "/c/d",
              "[do_mkdir] fail to mkdir [" + longDir + "]: 36[File name too long]"},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.path);
-        clearLogs();
-        EXPECT_EQ(makePath(c.path.c_str(), 0750), c.made);
-        c.made ? expectNoLines() : expectError(c.line);
+        EXPECT_EQ(makePath(c.path.c_str(), 0750), c.line.empty()) << c.path;
+        c.line.empty() ? expectNoLines() : expectError(c.line);
     }
+    struct stat st;
     for (const char* dir : {"a", "a/b", "a/b/c", "b"})
-        EXPECT_EQ(statOf(mDir / dir).st_mode, mode_t{S_IFDIR | 0750}) << dir;
+        EXPECT_TRUE(stat((mDir / dir).c_str(), &st) == 0 && st.st_mode == (S_IFDIR | 0750)) << dir;
 }
 
-// Whole transfers and short ones (several passes, each continuing where the last stopped).
+// Whole transfers and short ones (several passes, each going on where the last stopped);
+// reading stops at the size asked, or at the end of the file when that comes first.
 TEST_F(FilesTest, RoundTrips) {
-    const std::string file = mDir / "buf.raw";
-    Bytes out = pattern(10000);
-    for (auto [maxTransfer, passes] :
-         {std::pair<size_t, const char*>{SIZE_MAX, "1"}, {3000, "4"}}) {
-        SCOPED_TRACE(maxTransfer);
-        clearLogs();
+    const std::string file = mDir / "buf.raw", f = " file [" + file + "]";
+    Bytes out(10000);
+    for (size_t i = 0; i < out.size(); ++i) out[i] = static_cast<unsigned char>(i * 7 + i / 251);
+    // Reads with size `asked` into a buffer of 0xEE: the first `got` bytes of out come back.
+    auto load = [&](unsigned int asked, unsigned int got) {
+        Bytes in(std::max(asked, 10000u) + 16, 0xEE), want = in;
+        std::copy(out.begin(), out.begin() + got, want.begin());
+        EXPECT_EQ(loadFileToBuf(file.c_str(), in.data(), asked), got) << asked;
+        EXPECT_TRUE(in == want) << asked;
+    };
+    for (auto [maxTransfer, passes] : {std::pair<size_t, const char*>{SIZE_MAX, "1"}, {3000, "4"}})
+    {
         sMaxTransfer = maxTransfer;
         ASSERT_TRUE(saveBufToFile(file.c_str(), out.data(), 10000));
-        Bytes in(out.size() + 16, 0xEE);
-        EXPECT_EQ(loadFileToBuf(file.c_str(), in.data(), 0), 10000u);
-        EXPECT_TRUE(filledWith(in, out));
-        EXPECT_EQ(statOf(file).st_mode, mode_t{S_IFREG | 0704});
-        const std::string f = " file [" + file + "]";
+        load(0, 10000);
+        struct stat st;
+        EXPECT_TRUE(stat(file.c_str(), &st) == 0 && st.st_mode == (S_IFREG | 0704));
         EXPECT_EQ(texts(), (Lines{
                 "[saveBufToFile] opening" + f,
                 "[saveBufToFile] writing 10000 bytes to" + f,
@@ -126,28 +99,22 @@ TEST_F(FilesTest, RoundTrips) {
                 "[loadFileToBuf] opening" + f,
                 "[loadFileToBuf] read 10000 bytes from" + f,
                 "[loadFileToBuf] done reading 10000 bytes to" + f + " in " + passes + " passes",
-        }));
+        })) << maxTransfer;
     }
-    // Reading stops at the size asked, or at end of file when that comes first.
-    for (unsigned int asked : {100u, 20000u}) {
-        Bytes in(asked + 16, 0xEE);
-        const unsigned int got = std::min(asked, 10000u);
-        EXPECT_EQ(loadFileToBuf(file.c_str(), in.data(), asked), got) << asked;
-        EXPECT_TRUE(filledWith(in, Bytes(out.begin(), out.begin() + got))) << asked;
-    }
+    load(100, 100);
+    load(20000, 10000);
     // Saving truncates: size 0 empties the file, and reading it whole then reads nothing.
+    clearLogs();
     EXPECT_TRUE(saveBufToFile(file.c_str(), out.data(), 0));
     EXPECT_EQ(loadFileToBuf(file.c_str(), out.data(), 0), 0u);
-    EXPECT_EQ(texts().back(),
-              "[loadFileToBuf] done reading 0 bytes to file [" + file + "] in 0 passes");
+    EXPECT_EQ(texts().back(), "[loadFileToBuf] done reading 0 bytes to" + f + " in 0 passes");
 }
 
 TEST_F(FilesTest, FailuresAreLogged) {
-    const std::string missing = mDir / "no/such.raw";
-    Bytes buf = pattern(64);  // a null path fails without a line worth checking
-    EXPECT_FALSE(saveBufToFile(nullptr, buf.data(), 64));
+    const std::string missing = mDir / "no/such.raw", dir = mDir.path();
+    Bytes buf(64);  // a null path fails without a line worth checking
+    EXPECT_FALSE(saveBufToFile(nullptr, buf.data(), 64) || makePath(nullptr, 0755));
     EXPECT_EQ(loadFileToBuf(nullptr, buf.data(), 64), 0u);
-    EXPECT_FALSE(makePath(nullptr, 0755));
     clearLogs();
     EXPECT_EQ(loadFileToBuf(missing.c_str(), buf.data(), 64), 0u);
     EXPECT_FALSE(saveBufToFile(missing.c_str(), buf.data(), 64));
@@ -156,19 +123,15 @@ TEST_F(FilesTest, FailuresAreLogged) {
                               "[loadFileToBuf]" + err,
                               "[saveBufToFile] opening file [" + missing + "]",
                               "[saveBufToFile]" + err}));
-    clearLogs();
+    // "done writing" follows all the same.
     EXPECT_TRUE(saveBufToFile("/dev/full", buf.data(), 64));
+    const Lines full = texts();
+    EXPECT_TRUE(full.size() == 4u && full[2] == "[saveBufToFile] failed to write to file "
+                                                "[/dev/full]: No space left on device");
+    EXPECT_EQ(loadFileToBuf(dir.c_str(), buf.data(), 64), 0u);
     EXPECT_EQ(texts().at(2),
-              "[saveBufToFile] failed to write to file [/dev/full]: No space left on device");
-    EXPECT_EQ(texts().size(), 4u);  // "done writing" follows all the same
-    clearLogs();
-    EXPECT_EQ(loadFileToBuf(mDir.path().c_str(), buf.data(), 64), 0u);
-    EXPECT_EQ(texts().at(2),
-              "[loadFileToBuf] failed to read from file [" + mDir.path() + "]: Is a directory");
-
+              "[loadFileToBuf] failed to read from file [" + dir + "]: Is a directory");
     // A write that neither fails nor progresses must not spin.
     sMaxTransfer = 0;
     EXPECT_TRUE(saveBufToFile((mDir / "stall.raw").c_str(), buf.data(), 64));
 }
-
-}  // namespace

@@ -7,5 +7,4 @@
 int main() {
     for (const char* l = "EWIDVXe"; *l != 0; ++l) putchar('0' + zorcam_testLog("probe", *l));
     putchar('\n');
-    return 0;
 }

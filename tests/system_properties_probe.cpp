@@ -10,5 +10,4 @@ int main(int argc, char** argv) {
         property_get(argv[i], value, "");
         printf("%s=[%s]\n", argv[i], value);
     }
-    return 0;
 }

@@ -9,12 +9,9 @@ namespace zorcam_test {
 
 inline int openFdCount() {
     DIR* dir = opendir("/proc/self/fd");
-    if (dir == nullptr) return -1;
     int n = 0;
-    while (dirent* e = readdir(dir))
-        if (e->d_name[0] != '.') ++n;
-    closedir(dir);
-    return n - 1;  // the directory stream's own descriptor
+    while (dirent* e = dir != nullptr ? readdir(dir) : nullptr) n += e->d_name[0] != '.';
+    return dir != nullptr && closedir(dir) == 0 ? n - 1 : -1;  // less the stream's descriptor
 }
 
 }  // namespace zorcam_test

@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <system_error>
 
 namespace zorcam_test {
 
@@ -22,17 +21,12 @@ class TempDir {
 public:
     TempDir() {
         const char* base = getenv("TMPDIR");
-        std::string pattern = std::string(base != nullptr && *base ? base : "/tmp") +
-                              "/zorcam_test.XXXXXX";
-        if (mkdtemp(pattern.data()) != nullptr) mPath = pattern;
+        mPath = std::string(base != nullptr && *base ? base : "/tmp") + "/zorcam_test.XXXXXX";
+        if (mkdtemp(mPath.data()) == nullptr) mPath.clear();
     }
-    ~TempDir() {
-        std::error_code ec;
-        if (!mPath.empty()) std::filesystem::remove_all(mPath, ec);
-    }
+    ~TempDir() { std::filesystem::remove_all(mPath, mError); }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
-
     /// The directory, or "" when it could not be made.
     const std::string& path() const { return mPath; }
     /// path() + "/" + name.
@@ -40,6 +34,7 @@ public:
 
 private:
     std::string mPath;
+    std::error_code mError;  // of the removal: "" (no directory made) fails it, harmlessly
 };
 
 }  // namespace zorcam_test
