@@ -20,8 +20,8 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 exec env ZORCAM_ROOT="$root" python3 - "$@" <<'PYTHON'
 import argparse
 import fnmatch
+import hashlib
 import os
-import random
 import re
 import shutil
 import subprocess
@@ -241,9 +241,12 @@ def main():
         print(f"mutants: no tracked file matches {args.files}", file=sys.stderr)
         sys.exit(2)
     everything = enumerate_mutants(files)
-    sample = sorted(random.Random(args.seed).sample(everything, min(args.count,
-                                                                   len(everything))),
-                    key=lambda m: m[0])
+    # Each mutant draws its own number from the seed and its identity; the sample is the
+    # lowest. Mutants that an edit adds or removes elsewhere leave the rest of the sample as
+    # it was, which a draw over the whole list's positions would not.
+    def draw(m):
+        return hashlib.sha256(repr((args.seed,) + m[0]).encode()).digest()
+    sample = sorted(sorted(everything, key=draw)[:args.count], key=lambda m: m[0])
     print(f"== mutants: {len(sample)} of {len(everything)} in {len(files)} files, "
           f"seed {args.seed}", file=sys.stderr)
     if args.list:
