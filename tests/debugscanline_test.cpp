@@ -100,6 +100,13 @@ TEST_F(DebugScanLineTest, Frames) {
     std::vector<uint8_t> bytes(16, 0);
     line->drawScanLine(16, 0, bytes.data(), 16, 0);
     EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 0), 16);
+    // With rows they all land on the first `width` bytes; a one-byte plane gets its byte.
+    for (const char* key : kKeys) set(std::string(key) + "=");
+    set("width=8");
+    line->drawScanLine(16, 40, bytes.data(), 16, 0);
+    set("width= height=800");
+    line->drawScanLine(1, 1, bytes.data() + 15, 1, 1);
+    EXPECT_EQ(std::count(bytes.begin(), bytes.end(), 255), 9);
     line->destroyInstance();
     for (const char* key : kKeys) set(std::string(key) + "=");
 }
