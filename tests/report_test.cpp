@@ -64,7 +64,9 @@ TEST(ReportTest, FiguresTraceAndCheckpointsAgreeWithTheDemo) {
     EXPECT_GT(row[3], row[2] - 10);
     const double fps = numbers(d.demo.output, "fps achieved").at(0);
     EXPECT_NEAR(row[4], fps, fps * 0.01);
-    EXPECT_NEAR(numbers(d.report.output, "meter demo display").at(1), fps, fps * 0.01);
+    // The meter's figure is a mean over its one-second windows, warm-up included, so it only
+    // comes near the demo's: a misread field lands far off.
+    EXPECT_NEAR(numbers(d.report.output, "meter demo display").at(1), fps, fps * 0.05);
     // A frame reaches the pacer after processing and before it leaves the pipeline.
     EXPECT_GE(row[5], numbers(d.demo.output, "processing").at(1));
     EXPECT_LE(row[6], numbers(d.demo.output, "capture to out").at(2) + 1);

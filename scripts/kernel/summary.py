@@ -29,11 +29,18 @@ def main():
         problems.append(f"the machine did not finish its tests (qemu exit {qemu_rc} after "
                         f"{elapsed} s, limit {limit} s); console in {log}")
     elif int(done.group(3)):
-        problems.append(f"{done.group(3)} tests failed; their output is in {log}")
+        problems.append(f"{done.group(3)} tests failed; their output is above and in {log}")
     if booted:
         print(f"   booted in {booted.group(1)} s of guest time; VM ran {elapsed} s in all")
     if done:
         print(f"   {done.group(2)} passed, {done.group(3)} failed, {done.group(4)} skipped")
+    # Each failing test's own output, up to the init's next line, so that a CI log alone says why.
+    for block in re.findall(r"^zorcam-vm: FAILED .*?(?=^zorcam-vm: )", text, re.M | re.S):
+        lines = block.rstrip("\n").split("\n")
+        for line in lines[:80]:
+            print(f"   | {line}", file=sys.stderr)
+        if len(lines) > 80:
+            print(f"   | ... {len(lines) - 80} more lines in {log}", file=sys.stderr)
     for problem in problems:
         print(f"kernel: {problem}", file=sys.stderr)
     sys.exit(1 if problems else 0)
